@@ -1,0 +1,57 @@
+#include "buffer/buffer_handlers.h"
+
+#include "buffer/buffer_bridge.h"
+#include "service/handler_support.h"
+
+namespace pylnk {
+
+namespace vd = foundation::veltradata;
+
+VX_EXECUTE(pyCreateBufferHandler) {
+    reply(promise, objectAddress(createBufferFromObject(addressArg(prhs, 0))));
+}
+
+// The host array itself is the argument; the buffer object shares its storage.
+VX_EXECUTE(pyCreateMemoryViewHandler) {
+    reply(promise, objectAddress(createBufferFromArray(prhs[0])));
+}
+
+// getData hands back data in column-major order whatever the order of the
+// object it stands on (C-ordered and strided data are reordered in the one
+// copy it makes), so the answer here tells the host about the object, not
+// about what pyBufferGetData will give.
+VX_EXECUTE(pyIsColumnMajorHandler) {
+    reply(promise, truthValue(bufferIsColumnMajor(addressArg(prhs, 0))));
+}
+
+VX_EXECUTE(pyCheckBufferHandler) { reply(promise, truthValue(checkBuffer(addressArg(prhs, 0)))); }
+
+VX_EXECUTE(pyTypeSupportsBufferInterfaceHandler) {
+    python::pyArray* type = addressArg(prhs, 0);
+    const std::string typeName = asciiArg(prhs, 1);
+    reply(promise, truthValue(typeSupportsBufferInterface(type, typeName.c_str())));
+}
+
+VX_EXECUTE(pyBufferGetDataHandler) { reply(promise, bufferGetData(addressArg(prhs, 0))); }
+
+VX_EXECUTE(pyBufferGetFormatHandler) {
+    int status = 0;
+    const char* format = bufferGetFormat(addressArg(prhs, 0), &status);
+    if (format != nullptr) {
+        reply(promise, text(std::string(format)));
+    } else if (status == 1) {
+        reply(promise, text(std::string("NO_FORMAT")));
+    } else if (status == 2) {
+        reply(promise, text(std::string("NOT_SUPPORTED")));
+    } else {
+        reply(promise, text(std::string()));
+    }
+}
+
+// No data retrieval stands behind this name: the object is not looked at and
+// the reply is an empty array.
+VX_EXECUTE(pyGetBufferDataInQLOrderHandler) {
+    reply(promise, vd::ArrayFactory().createEmptyArray());
+}
+
+}  // namespace pylnk

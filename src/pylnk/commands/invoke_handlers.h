@@ -1,0 +1,12 @@
+// Calls on objects the host has built already.
+#pragma once
+
+#include "service/py_handler_base.h"
+
+namespace pylnk {
+
+VX_DECLARE_HANDLER(pyInvokeHandler);
+VX_DECLARE_HANDLER(pyInvokeIntHandler);
+VX_DECLARE_HANDLER(pyInvokeUIntHandler);
+
+}  // namespace pylnk

@@ -1,0 +1,126 @@
+#include "commands/object_handlers.h"
+
+#include <iostream>
+#include <stdexcept>
+
+#include "commands/object_registry.h"
+#include "introspection/metadata_caches.h"
+#include "service/handler_support.h"
+
+namespace pylnk {
+
+namespace vd = foundation::veltradata;
+namespace object = pylnk_core::api::object;
+namespace module = pylnk_core::api::module;
+namespace type = pylnk_core::api::type;
+namespace primitive = pylnk_core::api::primitive;
+namespace exception = pylnk_core::api::exception;
+
+VX_EXECUTE(AddRefHandler) {
+    // A Python reference the registry knows nothing of: Release does not
+    // give it back.
+    pyapi::managed::pyAddReference(addressArg(prhs, 0));
+    reply(promise, successString());
+}
+
+VX_EXECUTE(ReleaseHandler) {
+    if (prhs[0].getType() != vd::ArrayType::UINT64) {
+        std::cout << "what?" << std::endl;
+    }
+    objectRegistryRelease(addressArg(prhs, 0));
+    reply(promise, successString());
+}
+
+VX_EXECUTE(pyFetchHandler) {
+    const std::u16string dotted = textArg(prhs, 0);
+    boost::shared_ptr<python::pyArray> found;
+    try {
+        found = pylnk_core::fetch::fetch(dotted);
+    } catch (const pylnk_core::fetch::BadPythonName&) {
+        throw std::runtime_error("BadPythonName");
+    } catch (const pylnk_core::fetch::SearchFailure&) {
+        throw std::runtime_error("SearchFailure");
+    }
+    reply(promise, objectAddress(found));
+}
+
+VX_EXECUTE(pyGetTypeHandler) { reply(promise, objectAddress(object::pyGetClass(addressArg(prhs, 0)))); }
+
+VX_EXECUTE(pyStrHandler) { reply(promise, objectAddress(object::pyStr(addressArg(prhs, 0)))); }
+
+VX_EXECUTE(pyDirHandler) { reply(promise, objectAddress(object::pyDir(addressArg(prhs, 0)))); }
+
+VX_EXECUTE(pyEqHandler) {
+    reply(promise, truthValue(object::pyEqual(addressArg(prhs, 0), addressArg(prhs, 1))));
+}
+
+VX_EXECUTE(pyGetHashHandler) {
+    vd::Array hash;
+    try {
+        const long value = primitive::pyIntGetData(object::pyGetHash(addressArg(prhs, 0)).get());
+        // Sign-extended: a negative hash arrives as a large unsigned number.
+        hash = uint64Value(static_cast<std::uint64_t>(static_cast<std::int64_t>(value)));
+    } catch (const pylnk_core::InternalPyException&) {
+        // The exception report structure will answer here; until then the
+        // failure takes the default road with the Python error left set.
+        throw;
+    }
+    reply(promise, hash);
+}
+
+VX_EXECUTE(pyIsInstanceHandler) {
+    reply(promise, truthValue(object::pyIsInstance(addressArg(prhs, 0), addressArg(prhs, 1))));
+}
+
+VX_EXECUTE(pyIsSubclassHandler) {
+    reply(promise, truthValue(type::pyTypeIsSubclass(addressArg(prhs, 0), addressArg(prhs, 1))));
+}
+
+VX_EXECUTE(pyIsCallableHandler) { reply(promise, truthValue(object::pyIsCallable(addressArg(prhs, 0)))); }
+
+VX_EXECUTE(pyIsTypeHandler) { reply(promise, truthValue(object::pyIsType(addressArg(prhs, 0)))); }
+
+VX_EXECUTE(pyIsModuleHandler) { reply(promise, truthValue(module::pyIsModule(addressArg(prhs, 0)))); }
+
+namespace {
+
+// Steps shared by the two import commands, run inside their guards: the
+// cached metadata of the module is dropped, then the module is imported.
+vd::Array importModule(const vd::CharArray& moduleName) {
+    moduleMetadataCache().erase(moduleName.toAscii());
+    return objectAddress(module::pyCreateModule(moduleName.toUTF16()));
+}
+
+}  // namespace
+
+VX_EXECUTE(pyCreateModuleHandler) {
+    vd::CharArray moduleName(prhs[0]);
+    try {
+        reply(promise, importModule(moduleName));
+    } catch (...) {
+        exception::pyErrorClear();
+        throw;
+    }
+}
+
+VX_EXECUTE(pyCreateModuleExceptionHandler) {
+    vd::CharArray moduleName(prhs[0]);
+    try {
+        reply(promise, importModule(moduleName));
+    } catch (const pylnk_core::InternalPyException&) {
+        // The exception report structure will answer here; until then the
+        // failure takes the default road with the Python error left set.
+        throw;
+    } catch (...) {
+        exception::pyErrorClear();
+        throw;
+    }
+}
+
+VX_EXECUTE(pyCreateBuiltinModuleHandler) {
+    reply(promise, objectAddress(module::pyCreateBuiltinsModule()));
+}
+
+VX_EXECUTE(pyGetBuiltinsNameHandler) { reply(promise, text(module::pyGetBuiltinsName())); }
+
+}  // namespace pylnk

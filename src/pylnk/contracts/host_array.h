@@ -1,0 +1,6 @@
+// The host array library as the commands use it.
+#pragma once
+
+#include <foundation/veltradata.h>
+
+namespace vx = foundation::veltradata;

@@ -1,0 +1,66 @@
+#include "service/dispatcher.h"
+
+#include <fl/filesystem.h>
+
+#include <mutex>
+#include <stdexcept>
+
+#include "introspection/metadata_caches.h"
+#include "service/handler_support.h"
+
+namespace pylnk {
+
+namespace vd = foundation::veltradata;
+
+namespace {
+
+void changeCurrentWorkingFolder(ReplyPromise* promise, vd::Array* prhs) {
+    // The folder must be a char array. Anything else is answered with a
+    // stored exception instead of bringing the Python thread down.
+    if (prhs == nullptr || prhs[0].getType() != vd::ArrayType::CHAR) {
+        throw std::invalid_argument(
+            "ChangeCurrentWorkingFolder expects a char array holding the folder.");
+    }
+    // A folder that cannot be entered still answers "success": the host
+    // checks the folder itself.
+    fl::filesystem::change_current_path(vd::CharArray(prhs[0]).toUTF16());
+    reply(promise, successCharArray());
+}
+
+}  // namespace
+
+void dispatch(HandlerTable& table, const std::string& name, size_t nlhs, ReplyPromise* promise,
+              size_t nrhs, vd::Array* prhs) {
+    static std::once_flag built;
+    std::call_once(built, [&table] { buildHandlerTable(table); });
+
+    try {
+        if (name == "Ping") {
+            reply(promise, successCharArray());
+            return;
+        }
+        if (name == "ChangeCurrentWorkingFolder") {
+            changeCurrentWorkingFolder(promise, prhs);
+            return;
+        }
+        if (name == "ClearMetadataMap") {
+            moduleMetadataCache().clear();
+            classMetadataCache().clear();
+            reply(promise, successCharArray());
+            return;
+        }
+        auto found = table.find(name);
+        if (found == table.end()) {
+            throw std::invalid_argument("Unknown command '" + name + "'.");
+        }
+        found->second->execute(name, nlhs, promise, nrhs, prhs);
+    } catch (...) {
+        try {
+            replyWithCurrentException(promise);
+        } catch (const std::future_error&) {
+            // The handler had answered before it threw: the answer stands.
+        }
+    }
+}
+
+}  // namespace pylnk

@@ -1,0 +1,42 @@
+// The one queue between the callers of feval_dispatcher and the Python thread.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <string>
+
+#include "service/handler_table.h"
+#include "service/py_handler_base.h"
+
+namespace pylnk {
+
+struct FevalRequest {
+    std::string name;
+    size_t nlhs = 0;
+    ReplyPromise* promise = nullptr;  // lives in the frame of the blocked caller
+    size_t nrhs = 0;
+    foundation::veltradata::Array* prhs = nullptr;  // the caller's arrays, read in place
+};
+
+struct RequestQueue {
+    HandlerTable handlers;
+    std::deque<FevalRequest> requests;
+    std::mutex mutex;
+    std::condition_variable ready;
+
+    // Appends a copy at the back and wakes the Python thread (after unlocking).
+    void push(const FevalRequest& request);
+    // Blocks until a request is there and takes it from the front.
+    FevalRequest pop();
+};
+
+// Created on the first call, never destroyed. Safe when first calls race.
+RequestQueue* requestQueue();
+
+// Held by callers around building and pushing a request; taken before the
+// queue's own mutex.
+std::mutex& requestPushMutex();
+
+}  // namespace pylnk

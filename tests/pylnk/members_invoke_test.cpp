@@ -1,0 +1,159 @@
+// Members and keys by text or by address, calls with and without keyword
+// arguments, and which failures leave the Python error set.
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "support/session.h"
+
+using namespace vxtest;
+
+namespace {
+
+class Members : public ::testing::Test {
+protected:
+    void SetUp() override {
+        startSystemPython();
+        exec("class Point:\n"
+             "    __slots__ = ('x', 'y')\n"
+             "    def __init__(self): self.x, self.y = 1, 2\n"
+             "point = Point()\n"
+             "table = {'alpha': 10, 3: 'three'}");
+        point = eval("point");
+        table = eval("table");
+    }
+    Address point = 0, table = 0;
+};
+
+}  // namespace
+
+TEST_F(Members, NamesAsTextAndAsAddressesAgree) {
+    const Address xName = unicode(u"x");
+    const long long nameCount = refcount(xName);
+    for (const bool present : {true, false}) {
+        const std::string name = present ? "x" : "nothere";
+        const Address asObject = unicode(std::u16string(name.begin(), name.end()));
+        EXPECT_EQ(truthOf(call("pyHasMember", {addressArray(point), chars(name)})), present);
+        EXPECT_EQ(truthOf(call("pyHasMember", {addressArray(point), addressArray(asObject)})), present);
+    }
+    EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), chars("y")}))), "2");
+    EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), addressArray(xName)}))), "1");
+
+    EXPECT_EQ(textOf(call("pySetMember", {addressArray(point), chars("x"), addressArray(eval("5"))})),
+              "success");
+    call("pySetMember", {addressArray(point), addressArray(unicode(u"y")), addressArray(eval("6"))});
+    EXPECT_EQ(strOf(eval("(point.x, point.y)")), "(5, 6)");
+    // The host's name object is not released by the commands.
+    EXPECT_EQ(refcount(xName), nameCount);
+}
+
+TEST_F(Members, FailuresLeaveTheErrorSetAndTheObjectUnchanged) {
+    EXPECT_FALSE(errorOccurred());
+    EXPECT_THROW(call("pyGetMember", {addressArray(point), chars("missing")}), std::exception);
+    EXPECT_TRUE(errorOccurred());
+    call("pyErrorClear");
+
+    // __slots__ refuse a new attribute.
+    EXPECT_THROW(call("pySetMember", {addressArray(point), chars("z"), addressArray(eval("0"))}),
+                 std::exception);
+    EXPECT_TRUE(errorOccurred());
+    call("pyErrorClear");
+    EXPECT_EQ(strOf(eval("(point.x, point.y, hasattr(point, 'z'))")), "(1, 2, False)");
+
+    // A name that is neither text nor UINT64 fails in the typed read.
+    EXPECT_THROW(call("pyGetMember", {addressArray(point), vd::ArrayFactory().createScalar(1.0)}),
+                 std::exception);
+    EXPECT_EQ(textOf(call("Ping")), "success");
+}
+
+TEST_F(Members, KeysByTextOrByObject) {
+    EXPECT_EQ(strOf(addressOf(call("pyGetKey", {addressArray(table), chars("alpha")}))), "10");
+    EXPECT_EQ(strOf(addressOf(call("pyGetKey", {addressArray(table), addressArray(eval("3"))}))),
+              "three");
+    EXPECT_THROW(call("pyGetKey", {addressArray(table), chars("3")}), std::exception);  // '3' != 3
+    call("pyErrorClear");
+
+    EXPECT_EQ(textOf(call("pySetKey", {addressArray(table), addressArray(eval("(1, 2)")),
+                                       addressArray(eval("'pair'"))})),
+              "success");
+    EXPECT_EQ(strOf(eval("table[(1, 2)]")), "pair");
+    // Keys for pySetKey are addresses only.
+    EXPECT_THROW(call("pySetKey", {addressArray(table), chars("beta"), addressArray(eval("1"))}),
+                 std::exception);
+    EXPECT_EQ(strOf(eval("'beta' in table")), "False");
+}
+
+TEST_F(Members, InvokeWithAndWithoutKeywords) {
+    exec("def show(*args, **kwargs): return repr((args, sorted(kwargs.items())))");
+    const Address show = eval("show");
+    const Address args = tupleOf({eval("1"), unicode(u"two")});
+    vd::Array plain = call("pyInvoke", {addressArray(show), addressArray(args)});
+    EXPECT_EQ(strOf(addressOf(plain)), "((1, 'two'), [])");
+
+    const Address kwargs = addressOf(call("pyCreateDict"));
+    call("pySetKey", {addressArray(kwargs), addressArray(unicode(u"sep")), addressArray(eval("'-'"))});
+    vd::Array withKeywords =
+        call("pyInvoke", {addressArray(show), addressArray(args), addressArray(kwargs)});
+    EXPECT_EQ(strOf(addressOf(withKeywords)), "((1, 'two'), [('sep', '-')])");
+
+    // A call that raises leaves the error set for the host.
+    EXPECT_THROW(invoke(eval("int"), {unicode(u"not a number")}), std::exception);
+    EXPECT_TRUE(errorOccurred());
+    const Address fetched = addressOf(call("pyErrorFetch"));
+    EXPECT_EQ(strOf(addressOf(call("pySequenceGet", {addressArray(fetched), uint64Array(0)}))),
+              "<class 'ValueError'>");
+    call("pyErrorClear");
+    EXPECT_FALSE(errorOccurred());
+    // With no error set, pyErrorFetch still answers with an object.
+    EXPECT_EQ(strOf(addressOf(call("pyErrorFetch"))), "(None, None, None)");
+}
+
+TEST_F(Members, InvokeIntClearsItsErrorsAndInvokeUIntKeepsTheReadError) {
+    vd::Array value = call("pyInvokeInt", {addressArray(eval("'-12'"))});
+    EXPECT_EQ(value.getType(), vd::ArrayType::INT64);
+    EXPECT_EQ(static_cast<std::int64_t>(vd::TypedArray<std::int64_t>(value)[0]), -12);
+    vd::Array unsignedValue = call("pyInvokeUInt", {addressArray(eval("7.9"))});
+    EXPECT_EQ(unsignedValue.getType(), vd::ArrayType::UINT64);
+    EXPECT_EQ(static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(unsignedValue)[0]), 7u);
+
+    EXPECT_THROW(call("pyInvokeInt", {addressArray(eval("'twelve'"))}), std::exception);
+    EXPECT_FALSE(errorOccurred());
+
+    // int(-3) works; reading it unsigned fails by the second rule: a reply of
+    // zero, with the error left for the host.
+    vd::Array negative = call("pyInvokeUInt", {addressArray(eval("-3"))});
+    EXPECT_EQ(static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(negative)[0]), 0u);
+    EXPECT_TRUE(errorOccurred());
+    call("pyErrorClear");
+}
+
+TEST_F(Members, RequestsRunInPushOrder) {
+    // Hold the Python thread in a slow call, queue requests from several
+    // threads one after the other, and check the order in which they ran.
+    exec("import time\norder = []\ndef mark(i): order.append(i)");
+    const Address sleep = fetch("time.sleep");
+    const Address mark = eval("mark");
+    std::vector<Address> numbers;
+    for (int i = 0; i < 6; ++i) {
+        numbers.push_back(eval(std::to_string(i)));
+    }
+    std::vector<Address> argTuples;
+    for (Address n : numbers) {
+        argTuples.push_back(tupleOf({n}));
+    }
+    auto slow = std::async(std::launch::async, [&] { invoke(sleep, {eval("0.5")}); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::vector<std::future<vd::Array>> queued;
+    for (Address args : argTuples) {
+        queued.push_back(std::async(std::launch::async, [&, args] {
+            return call("pyInvoke", {addressArray(mark), addressArray(args)});
+        }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    }
+    slow.get();
+    for (auto& q : queued) {
+        q.get();
+    }
+    EXPECT_EQ(strOf(eval("order")), "[0, 1, 2, 3, 4, 5]");
+}

@@ -1,0 +1,189 @@
+// Object addresses and the registry: one reference per crossing object,
+// AddRef beside it, Release and its harmless repeats, and no growth over
+// many create/release cycles.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "support/session.h"
+
+using namespace vxtest;
+
+namespace {
+
+class Objects : public ::testing::Test {
+protected:
+    void SetUp() override { startSystemPython(); }
+
+    // The value of an integer expression, read through the commands.
+    long long integer(const std::string& expression) {
+        const Address value = eval(expression);
+        const long long result =
+            vd::TypedArray<std::int64_t>(call("pyLongGetDataInt64", {addressArray(value)}))[0];
+        release(value);
+        return result;
+    }
+};
+
+long residentKiB() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind("VmRSS:", 0) == 0) {
+            return std::stol(line.substr(6));
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+TEST_F(Objects, OneRegistryReferenceHoweverOftenAnObjectCrosses) {
+    exec("import sys\nclass Thing: pass\nthing = Thing()");
+    const long long alone = integer("sys.getrefcount(thing)");
+
+    const Address first = eval("thing");
+    const Address again = eval("thing");
+    EXPECT_EQ(first, again);
+    EXPECT_EQ(integer("sys.getrefcount(thing)"), alone + 1);  // the registry's one
+
+    // AddRef adds a reference the registry knows nothing of.
+    EXPECT_EQ(textOf(call("AddRef", {addressArray(first)})), "success");
+    EXPECT_EQ(integer("sys.getrefcount(thing)"), alone + 2);
+
+    // Release gives back the registry's reference only; repeats change nothing.
+    for (int i = 0; i < 3; ++i) {
+        vd::Array released = call("Release", {addressArray(first)});
+        EXPECT_EQ(released.getType(), vd::ArrayType::VELTRA_STRING);
+        EXPECT_EQ(textOf(released), "success");
+        EXPECT_EQ(integer("sys.getrefcount(thing)"), alone + 1);
+    }
+    // Crossing again after the release takes a new registry reference.
+    EXPECT_EQ(eval("thing"), first);
+    EXPECT_EQ(integer("sys.getrefcount(thing)"), alone + 2);
+    release(first);
+    EXPECT_EQ(integer("sys.getrefcount(thing)"), alone + 1);
+}
+
+TEST_F(Objects, ReleaseOfAnUnknownAddressTouchesNothing) {
+    exec("import sys\nlonely = object()");
+    const long long alone = integer("sys.getrefcount(lonely)");
+    const Address lonely = eval("lonely");
+    release(lonely);
+    EXPECT_EQ(integer("sys.getrefcount(lonely)"), alone);
+    release(lonely);  // not in the registry any more: no reference is dropped
+    EXPECT_EQ(integer("sys.getrefcount(lonely)"), alone);
+}
+
+TEST_F(Objects, ReleaseOfANonAddressSaysWhatAndFails) {
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(call("Release", {vd::ArrayFactory().createScalar(1.0)}), std::exception);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "what?\n");
+    EXPECT_EQ(textOf(call("Ping")), "success");
+}
+
+TEST_F(Objects, NoneAndHandlerHoldersKeepTheBalance) {
+    const Address none = addressOf(call("pyCreateNone"));
+    EXPECT_EQ(addressOf(call("pyCreateNone")), none);
+    EXPECT_TRUE(truthOf(call("pyIsNone", {addressArray(none)})));
+
+    // Commands that hold the object only for their own length leave its
+    // count where they found it.
+    exec("probe = [1, 2, 3]");
+    const Address probe = eval("probe");
+    const long long before = refcount(probe);
+    for (int i = 0; i < 50; ++i) {
+        call("pyIsSequence", {addressArray(probe)});
+        call("pySequenceLength", {addressArray(probe)});
+        call("pyHasMember", {addressArray(probe), chars("append")});
+        call("pyStr", {addressArray(probe)});
+        call("pyGetType", {addressArray(probe)});
+    }
+    EXPECT_EQ(refcount(probe), before);
+}
+
+TEST_F(Objects, ManyCreateReleaseCyclesLeaveMemoryFlat) {
+    const std::u16string payload(1024, u'x');
+    auto cycle = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            const Address text = unicode(payload + std::u16string(1, char16_t(u'a' + i % 26)));
+            release(text);
+        }
+    };
+    cycle(5000);  // warm-up: allocator pools, registry buckets
+    const long before = residentKiB();
+    cycle(100000);
+    const long grown = residentKiB() - before;
+    // A leak of one such string per cycle would be over 200 MiB.
+    EXPECT_LT(grown, 8 * 1024) << "KiB grown over 100000 cycles";
+}
+
+TEST_F(Objects, GeneralObjectCommands) {
+    const Address list = eval("[3, 1, 2]");
+    const Address listType = fetch("builtins.list");
+    EXPECT_EQ(addressOf(call("pyGetType", {addressArray(list)})), listType);
+    EXPECT_TRUE(truthOf(call("pyIsInstance", {addressArray(list), addressArray(listType)})));
+    EXPECT_TRUE(truthOf(call("pyIsSubclass", {addressArray(eval("bool")), addressArray(fetch("builtins.int"))})));
+    EXPECT_TRUE(truthOf(call("pyIsType", {addressArray(listType)})));
+    EXPECT_FALSE(truthOf(call("pyIsType", {addressArray(list)})));
+    EXPECT_TRUE(truthOf(call("pyIsCallable", {addressArray(listType)})));
+    EXPECT_EQ(strOf(list), "[3, 1, 2]");
+    const Address names = addressOf(call("pyDir", {addressArray(list)}));
+    EXPECT_GT(vd::TypedArray<std::uint64_t>(call("pySequenceLength", {addressArray(names)}))[0], 10u);
+
+    // pyEq compares objects, not numbers.
+    const Address a = eval("[1, 2]"), b = eval("[1, 2]");
+    EXPECT_NE(a, b);
+    EXPECT_TRUE(truthOf(call("pyEq", {addressArray(a), addressArray(b)})));
+
+    // Hashes are sign-extended into UINT64.
+    vd::Array hash = call("pyGetHash", {addressArray(eval("-2"))});
+    EXPECT_EQ(hash.getType(), vd::ArrayType::UINT64);
+    EXPECT_EQ(static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(hash)[0]), 0xFFFFFFFFFFFFFFFEull);
+    EXPECT_THROW(call("pyGetHash", {addressArray(eval("[]"))}), std::exception);
+    call("pyErrorClear");
+
+    const Address builtins = addressOf(call("pyCreateBuiltinModule"));
+    EXPECT_TRUE(truthOf(call("pyIsModule", {addressArray(builtins)})));
+    EXPECT_EQ(textOf(call("pyGetBuiltinsName")), "builtins");
+}
+
+TEST_F(Objects, FetchAndModulesAnswerOrFailAsTheHostExpects) {
+    EXPECT_EQ(strOf(fetch("os.path.sep")), "/");
+    EXPECT_EQ(strOf(fetch("xml.dom.minidom.Node.ELEMENT_NODE")), "1");  // imports on the way
+    try {
+        fetch("os..path");
+        ADD_FAILURE();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "BadPythonName");
+    }
+    try {
+        fetch("os.no_such_name");
+        ADD_FAILURE();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "SearchFailure");
+    }
+    EXPECT_FALSE(errorOccurred());
+
+    const Address json = addressOf(call("pyCreateModule", {chars("json")}));
+    EXPECT_TRUE(truthOf(call("pyIsModule", {addressArray(json)})));
+    EXPECT_EQ(addressOf(call("pyCreateModuleException", {chars("json")})), json);
+
+    // A module that raises while importing: pyCreateModule clears the error,
+    // the report variant leaves it for the host.
+    exec("import sys, types\n"
+         "src = 'raise ValueError(\"broken on import\")'\n"
+         "import importlib.abc, importlib.util\n"
+         "class Finder(importlib.abc.MetaPathFinder, importlib.abc.Loader):\n"
+         "    def find_spec(self, name, path, target=None):\n"
+         "        return importlib.util.spec_from_loader(name, self) if name == 'vx_broken' else None\n"
+         "    def create_module(self, spec): return None\n"
+         "    def exec_module(self, module): exec(src, module.__dict__)\n"
+         "sys.meta_path.insert(0, Finder())");
+    EXPECT_THROW(call("pyCreateModule", {chars("vx_broken")}), std::exception);
+    EXPECT_FALSE(errorOccurred());
+    EXPECT_THROW(call("pyCreateModuleException", {chars("vx_broken")}), std::exception);
+    EXPECT_TRUE(errorOccurred());
+    call("pyErrorClear");
+    EXPECT_THROW(call("pyCreateModule", {vd::ArrayFactory().createScalar(1.0)}), std::exception);
+}

@@ -1,0 +1,168 @@
+#include "support/session.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <sstream>
+
+#include "service/feval_dispatcher.h"
+
+namespace vxtest {
+
+vd::Array call(const std::string& name, std::vector<vd::Array> args) {
+    std::array<vd::Array, 4> plhs;
+    interprocess::pylnk::server::libpylnk::feval_dispatcher(name, 1, plhs.data(), args.size(),
+                                                            args.data());
+    return plhs[0];
+}
+
+std::string textOf(const vd::Array& value) {
+    if (value.getType() == vd::ArrayType::CHAR) {
+        return vd::CharArray(value).toAscii();
+    }
+    vd::TypedArray<vd::VELTRAString> strings(value);
+    vd::VELTRAString element = strings[0];
+    if (!element) {
+        return "<missing>";
+    }
+    return vd::CharArray(vd::ArrayFactory().createCharArray(*element)).toAscii();
+}
+
+std::optional<PythonInstall> describePython(const std::string& executable) {
+    const std::string command =
+        "'" + executable +
+        "' -I -c \"import sys, sysconfig, os\n"
+        "lib = os.path.join(sysconfig.get_config_var('LIBDIR') or '', "
+        "sysconfig.get_config_var('INSTSONAME') or '')\n"
+        "venv = sys.prefix != sys.base_prefix\n"
+        "print(sys.executable)\nprint(lib)\nprint('' if venv else sys.base_prefix)\n"
+        "print('%d.%d' % sys.version_info[:2])\" 2>/dev/null";
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    if (!pipe) {
+        return std::nullopt;
+    }
+    std::string output;
+    std::array<char, 512> chunk{};
+    while (fgets(chunk.data(), chunk.size(), pipe.get()) != nullptr) {
+        output += chunk.data();
+    }
+    std::istringstream lines(output);
+    PythonInstall python;
+    if (!std::getline(lines, python.executable) || !std::getline(lines, python.library) ||
+        !std::getline(lines, python.home) || !std::getline(lines, python.version) ||
+        python.executable.empty()) {
+        return std::nullopt;
+    }
+    return python;
+}
+
+const PythonInstall& systemPython() {
+    static const std::optional<PythonInstall> python = describePython("/usr/bin/python3");
+    if (!python) {
+        throw std::runtime_error("Debian's /usr/bin/python3 is needed for these tests.");
+    }
+    return *python;
+}
+
+vd::Array startRequest(const PythonInstall& python, const std::string& location) {
+    vd::ArrayFactory factory;
+    vd::StructArray request = factory.createStructArray(
+        {1, 1}, {"executable", "library", "home", "path", "version", "qlbuffer_location"});
+    request[0]["executable"] = factory.createCharArray(python.executable);
+    request[0]["library"] = factory.createCharArray(python.library);
+    request[0]["home"] = factory.createCharArray(python.home);
+    request[0]["path"] = factory.createCharArray(std::string());
+    request[0]["version"] = factory.createCharArray(python.version);
+    request[0]["qlbuffer_location"] = factory.createCharArray(location);
+    return request;
+}
+
+std::string moduleFolder() { return VX_MODULE_FOLDER; }
+
+void startSystemPython() {
+    ASSERT_EQ(textOf(call("attemptToStartPython", {startRequest(systemPython(), moduleFolder())})),
+              "vx_success_token_for_oop_python");
+}
+
+vd::Array addressArray(Address address) { return vd::ArrayFactory().createScalar(address); }
+
+Address addressOf(const vd::Array& reply) {
+    return vd::TypedArray<std::uint64_t>(reply)[0];
+}
+
+bool truthOf(const vd::Array& reply) { return vd::TypedArray<bool>(reply)[0]; }
+
+vd::Array uint64Array(std::uint64_t value) { return vd::ArrayFactory().createScalar(value); }
+
+vd::Array chars(const std::string& text) { return vd::ArrayFactory().createCharArray(text); }
+
+Address unicode(const std::u16string& text) {
+    return addressOf(call("pyCreateUnicode", {vd::ArrayFactory().createCharArray(text)}));
+}
+
+Address tupleOf(const std::vector<Address>& items) {
+    Address tuple = addressOf(call("pyCreateTuple", {uint64Array(items.size())}));
+    for (size_t i = 0; i < items.size(); ++i) {
+        call("pyTupleSet", {addressArray(tuple), uint64Array(i), addressArray(items[i])});
+    }
+    return tuple;
+}
+
+void release(Address object) { call("Release", {addressArray(object)}); }
+
+Address invoke(Address callable, const std::vector<Address>& args) {
+    // The argument tuple is released at once, so that repeated calls leave
+    // no references behind on the arguments.
+    const Address tuple = tupleOf(args);
+    Address result;
+    try {
+        result = addressOf(call("pyInvoke", {addressArray(callable), addressArray(tuple)}));
+    } catch (...) {
+        release(tuple);
+        throw;
+    }
+    release(tuple);
+    return result;
+}
+
+Address fetch(const std::string& dotted) { return addressOf(call("pyFetch", {chars(dotted)})); }
+
+namespace {
+
+Address sharedNamespace() {
+    static const Address globals = addressOf(call("pyCreateDict"));
+    return globals;
+}
+
+}  // namespace
+
+Address eval(const std::string& expression) {
+    std::u16string wide(expression.begin(), expression.end());
+    return invoke(fetch("builtins.eval"), {unicode(wide), sharedNamespace()});
+}
+
+void exec(const std::string& statements) {
+    std::u16string wide(statements.begin(), statements.end());
+    invoke(fetch("builtins.exec"), {unicode(wide), sharedNamespace()});
+}
+
+std::string strOf(Address object) {
+    Address text = addressOf(call("pyStr", {addressArray(object)}));
+    return vd::CharArray(call("pyUnicodeGetData", {addressArray(text)})).toAscii();
+}
+
+long long refcount(Address object) {
+    static const Address getrefcount = fetch("sys.getrefcount");
+    const Address count = invoke(getrefcount, {object});
+    const long long value =
+        vd::TypedArray<std::int64_t>(call("pyLongGetDataInt64", {addressArray(count)}))[0];
+    release(count);
+    // Less the reference of the argument tuple that carried the object.
+    return value - 1;
+}
+
+bool errorOccurred() { return truthOf(call("pyErrorOccurred")); }
+
+}  // namespace vxtest

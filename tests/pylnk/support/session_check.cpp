@@ -1,0 +1,37 @@
+// vx_session_check EXECUTABLE LIBRARY HOME VERSION MODULE_FOLDER
+// Starts the named interpreter through the library, pings it, checks that
+// libvxbuffer imported, closes it, and prints what happened. Exit code 0
+// when every step gave the expected answer.
+#include <iostream>
+
+#include "support/session.h"
+
+using namespace vxtest;
+
+int main(int argc, char** argv) {
+    if (argc != 6) {
+        std::cerr << "usage: vx_session_check EXECUTABLE LIBRARY HOME VERSION MODULE_FOLDER\n";
+        return 2;
+    }
+    PythonInstall python{argv[1], argv[2], argv[3], argv[4]};
+    try {
+        const std::string token = textOf(call("attemptToStartPython", {startRequest(python, argv[5])}));
+        std::cout << "start: " << token << "\n";
+        if (token != "vx_success_token_for_oop_python") {
+            return 1;
+        }
+        const std::string ping = textOf(call("Ping"));
+        std::cout << "Ping: " << ping << "\n";
+        const std::string closed = textOf(call("pyClose"));
+        std::cout << "pyClose: " << closed << "\n";
+        const std::string after = textOf(call("Ping"));
+        std::cout << "after pyClose: " << after << "\n";
+        return ping == "success" && closed == "success" &&
+                       after == "vx_discard_token_for_oop_python"
+                   ? 0
+                   : 1;
+    } catch (const std::exception& e) {
+        std::cout << "failed: " << e.what() << "\n";
+        return 1;
+    }
+}

@@ -1,0 +1,156 @@
+// A narrated tour of the library, driven the way the worker's command
+// server drives it: commands with host arrays through feval_dispatcher.
+#include <foundation/veltradata.h>
+
+#include <cstring>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "service/feval_dispatcher.h"
+
+namespace vd = foundation::veltradata;
+using interprocess::pylnk::server::libpylnk::feval_dispatcher;
+
+namespace {
+
+std::map<std::string, std::string> options;
+
+void say(const std::string& text) { std::cout << text << std::endl; }
+
+void chapter(const std::string& title) {
+    std::cout << "\n=== " << title << " ===" << std::endl;
+}
+
+vd::Array chars(const std::string& text) { return vd::ArrayFactory().createCharArray(text); }
+
+std::string shown(const vd::Array& value) {
+    switch (value.getType()) {
+        case vd::ArrayType::CHAR:
+            return "'" + vd::CharArray(value).toAscii() + "' (char array)";
+        case vd::ArrayType::VELTRA_STRING: {
+            vd::VELTRAString s = vd::TypedArray<vd::VELTRAString>(value)[0];
+            return s ? "\"" + vd::CharArray(vd::ArrayFactory().createCharArray(*s)).toAscii() +
+                           "\" (string)"
+                     : "<missing> (string)";
+        }
+        case vd::ArrayType::LOGICAL:
+            return vd::TypedArray<bool>(value)[0] ? "true" : "false";
+        case vd::ArrayType::UINT64:
+            return std::to_string(static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(value)[0])) +
+                   " (uint64)";
+        case vd::ArrayType::INT64:
+            return std::to_string(static_cast<std::int64_t>(vd::TypedArray<std::int64_t>(value)[0])) +
+                   " (int64)";
+        case vd::ArrayType::DOUBLE:
+            return std::to_string(static_cast<double>(vd::TypedArray<double>(value)[0]));
+        default:
+            return "an array of type " + std::to_string(static_cast<int>(value.getType()));
+    }
+}
+
+// One command, shown as the host would see it.
+vd::Array run(const std::string& name, std::vector<vd::Array> args = {}) {
+    vd::Array out;
+    try {
+        feval_dispatcher(name, 1, &out, args.size(), args.data());
+        say("  " + name + " -> " + shown(out));
+    } catch (const std::exception& e) {
+        say("  " + name + " -> failed: " + e.what());
+    }
+    return out;
+}
+
+vd::Array startRequest(const std::string& library) {
+    vd::ArrayFactory f;
+    vd::StructArray request = f.createStructArray(
+        {1, 1}, {"executable", "library", "home", "path", "version", "qlbuffer_location"});
+    request[0]["executable"] = chars(options["--executable"]);
+    request[0]["library"] = chars(library);
+    request[0]["home"] = chars(options["--home"]);
+    request[0]["path"] = chars("");
+    request[0]["version"] = chars(options["--version"]);
+    request[0]["qlbuffer_location"] = chars(options["--location"]);
+    return request;
+}
+
+void hostArrays() {
+    chapter("Host arrays: values with shared, copy-on-write storage");
+    vd::ArrayFactory f;
+    vd::TypedArray<double> a = f.createArray<double>({2, 3});
+    for (size_t k = 0; k < 6; ++k) {
+        a[k] = 1.5 * static_cast<double>(k);
+    }
+    say("Made a 2 by 3 double matrix, filled in column-major order: a[1][2] = " +
+        std::to_string(static_cast<double>(a[1][2])));
+    vd::TypedArray<double> b = a;
+    say("Copied it: the copy shares the elements (no element is copied).");
+    b[0][0] = 100.0;
+    say("Wrote 100 through the copy: copy holds " + std::to_string(static_cast<double>(b[0][0])) +
+        ", the original still holds " + std::to_string(static_cast<double>(a[0][0])));
+    auto buffer = b.release();
+    say("Released the copy's buffer to the caller: first element " + std::to_string(buffer[0]) +
+        "; the original keeps its own data.");
+
+    vd::StructArray s = f.createStructArray({1, 1}, {"name", "size"});
+    s[0]["name"] = f.createCharArray(std::string("matrix"));
+    s[0]["size"] = f.createScalar(6.0);
+    std::string fields;
+    for (const auto& field : s.getFieldNames()) {
+        fields += std::string(field) + " ";
+    }
+    say("A struct with fields in declared order: " + fields);
+
+    vd::TypedArray<vd::VELTRAString> strings = f.createArray<vd::VELTRAString>({1, 2});
+    strings[0][0] = std::u16string(u"present");
+    say(std::string("A string array: element 0 is ") + (vd::VELTRAString(strings[0]) ? "present" : "missing") +
+        ", element 1 is " + (vd::VELTRAString(strings[1]) ? "present" : "missing"));
+
+    for (const vd::Array& any : std::vector<vd::Array>{a, s, strings, f.createCharArray(std::string("hi"))}) {
+        const std::string what = vd::visit(any, [](const auto& view) {
+            return std::to_string(view.getNumberOfElements()) + " element(s)";
+        });
+        say("Visited an array of type " + std::to_string(static_cast<int>(any.getType())) + ": " + what);
+    }
+}
+
+void startAndPing() {
+    chapter("Starting the interpreter the host names");
+    say("Interpreter: " + options["--executable"] + " (" + options["--version"] + "), library " +
+        options["--library"]);
+    say("First a start request whose library does not exist:");
+    run("attemptToStartPython", {startRequest("/no/such/libpython.so")});
+    say("Then the real one:");
+    run("attemptToStartPython", {startRequest(options["--library"])});
+    run("Ping");
+    say("The working folder of the worker moves with the host's:");
+    run("ChangeCurrentWorkingFolder", {chars("/tmp")});
+    say("An unknown command is answered, not left hanging:");
+    run("pyNoSuchCommand");
+}
+
+void closeDown() {
+    chapter("Closing");
+    run("pyClose");
+    say("Every request after pyClose gets the discard token:");
+    run("Ping");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (int i = 1; i + 1 < argc; i += 2) {
+        options[argv[i]] = argv[i + 1];
+    }
+    for (const char* required : {"--executable", "--library", "--home", "--version", "--location"}) {
+        if (!options.count(required)) {
+            std::cerr << "vx-tour needs " << required << "\n";
+            return 2;
+        }
+    }
+    hostArrays();
+    startAndPing();
+    closeDown();
+    return 0;
+}
