@@ -2,6 +2,7 @@
 // server drives it: commands with host arrays through feval_dispatcher.
 #include <foundation/veltradata.h>
 
+#include <cstdint>
 #include <cstring>
 #include <iostream>
 #include <map>
@@ -130,6 +131,113 @@ void startAndPing() {
     run("pyNoSuchCommand");
 }
 
+using Address = std::uint64_t;
+std::vector<Address> made;  // released at the end of the chapter
+
+vd::Array addr(Address a) { return vd::ArrayFactory().createScalar(a); }
+
+// A command whose reply is an object address; remembered for release.
+Address object(const std::string& name, std::vector<vd::Array> args) {
+    vd::Array out;
+    feval_dispatcher(name, 1, &out, args.size(), args.data());
+    const Address a = vd::TypedArray<std::uint64_t>(out)[0];
+    made.push_back(a);
+    return a;
+}
+
+Address unicode(const std::u16string& text) {
+    return object("pyCreateUnicode", {vd::ArrayFactory().createCharArray(text)});
+}
+
+Address tupleOf(const std::vector<Address>& items) {
+    const Address tuple = object("pyCreateTuple", {vd::ArrayFactory().createScalar(std::uint64_t{items.size()})});
+    for (size_t i = 0; i < items.size(); ++i) {
+        vd::Array out;
+        std::vector<vd::Array> args{addr(tuple), vd::ArrayFactory().createScalar(std::uint64_t{i}), addr(items[i])};
+        feval_dispatcher("pyTupleSet", 1, &out, args.size(), args.data());
+    }
+    return tuple;
+}
+
+Address member(Address of, const std::string& name) { return object("pyGetMember", {addr(of), chars(name)}); }
+
+Address invoke(Address callable, const std::vector<Address>& args) {
+    return object("pyInvoke", {addr(callable), addr(tupleOf(args))});
+}
+
+std::u16string textOfObject(Address a) {
+    vd::Array out;
+    std::vector<vd::Array> args{addr(object("pyStr", {addr(a)}))};
+    feval_dispatcher("pyUnicodeGetData", 1, &out, 1, args.data());
+    return vd::CharArray(out).toUTF16();
+}
+
+std::string narrow(const std::u16string& text) {
+    return vd::CharArray(vd::ArrayFactory().createCharArray(text)).toAscii();
+}
+
+void pythonPrograms() {
+    chapter("Python programs, driven command by command");
+    const Address builtins = object("pyCreateBuiltinModule", {});
+    say("Python's print reaches the host's console through the relay (text outside ASCII too):");
+    invoke(member(builtins, "print"), {unicode(u"  Gr\u00fc\u00dfe aus Python: \u03c0 \u2248 3.14159 \u2713")});
+
+    const Address textwrap = object("pyCreateModule", {chars("textwrap")});
+    say("Imported textwrap; its __name__ attribute reads '" + narrow(textOfObject(member(textwrap, "__name__"))) + "'.");
+    const std::u16string prose =
+        u"Python objects never cross the boundary: only their addresses do, kept alive in a registry "
+        u"until the host releases them.";
+    const Address lines = invoke(member(textwrap, "wrap"), {unicode(prose), object("pyCreateLong", {vd::ArrayFactory().createScalar(std::int64_t{36})})});
+    say("textwrap.wrap of a host string at width 36, called with a tuple the host built:");
+    vd::Array count;
+    std::vector<vd::Array> args{addr(lines)};
+    feval_dispatcher("pySequenceLength", 1, &count, 1, args.data());
+    for (std::uint64_t i = 0; i < static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(count)[0]); ++i) {
+        say("  | " + narrow(textOfObject(object("pySequenceGet", {addr(lines), vd::ArrayFactory().createScalar(i)}))));
+    }
+
+    say("A call that fails leaves the Python error for the host to inspect and clear:");
+    run("pyInvoke", {addr(member(builtins, "int")), addr(tupleOf({unicode(u"forty-two")}))});
+    run("pyErrorOccurred");
+    run("pyErrorClear");
+    run("pyErrorOccurred");
+}
+
+void buffers() {
+    chapter("Numeric data without copies");
+    vd::ArrayFactory f;
+    vd::TypedArray<double> host = f.createArray<double>({3, 4});
+    for (size_t k = 0; k < 12; ++k) {
+        host[k] = static_cast<double>(k);
+    }
+    const Address view = object("pyCreateMemoryView", {host});
+    const Address numpy = object("pyCreateModule", {chars("numpy")});
+    const Address matrix = invoke(member(numpy, "asarray"), {view});
+    say("A 3 by 4 host matrix handed to NumPy: numpy.asarray(view).shape = " +
+        narrow(textOfObject(member(matrix, "shape"))));
+    const Address shares = invoke(member(numpy, "shares_memory"), {matrix, view});
+    say("numpy.shares_memory(array, view) = " + narrow(textOfObject(shares)) + " (the host's own storage)");
+    const Address product = invoke(member(numpy, "matmul"), {member(matrix, "T"), matrix});
+    const Address result = object("pyCreateBuffer", {addr(product)});
+    vd::Array back;
+    std::vector<vd::Array> args{addr(result)};
+    feval_dispatcher("pyBufferGetData", 1, &back, 1, args.data());
+    auto dims = back.getDimensions();
+    vd::TypedArray<double> gram(back);
+    say("NumPy computed A' * A; read back with pyBufferGetData as a " + std::to_string(dims[0]) + " by " +
+        std::to_string(dims[1]) + " host array, element (4,4) = " + std::to_string(static_cast<double>(gram[3][3])));
+}
+
+void releaseMade() {
+    say("\nReleasing the " + std::to_string(made.size()) + " addresses the tour received.");
+    for (Address a : made) {
+        vd::Array out;
+        std::vector<vd::Array> args{addr(a)};
+        feval_dispatcher("Release", 1, &out, 1, args.data());
+    }
+    made.clear();
+}
+
 void closeDown() {
     chapter("Closing");
     run("pyClose");
@@ -151,6 +259,9 @@ int main(int argc, char** argv) {
     }
     hostArrays();
     startAndPing();
+    pythonPrograms();
+    buffers();
+    releaseMade();
     closeDown();
     return 0;
 }

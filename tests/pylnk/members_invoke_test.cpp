@@ -16,8 +16,8 @@ protected:
     void SetUp() override {
         startSystemPython();
         exec("class Point:\n"
-             "    __slots__ = ('x', 'y')\n"
-             "    def __init__(self): self.x, self.y = 1, 2\n"
+             "    __slots__ = ('width', 'y')\n"
+             "    def __init__(self): self.width, self.y = 1, 2\n"
              "point = Point()\n"
              "table = {'alpha': 10, 3: 'three'}");
         point = eval("point");
@@ -29,10 +29,10 @@ protected:
 }  // namespace
 
 TEST_F(Members, NamesAsTextAndAsAddressesAgree) {
-    const Address xName = unicode(u"x");
+    const Address xName = unicode(u"width");
     const long long nameCount = refcount(xName);
     for (const bool present : {true, false}) {
-        const std::string name = present ? "x" : "nothere";
+        const std::string name = present ? "width" : "nothere";
         const Address asObject = unicode(std::u16string(name.begin(), name.end()));
         EXPECT_EQ(truthOf(call("pyHasMember", {addressArray(point), chars(name)})), present);
         EXPECT_EQ(truthOf(call("pyHasMember", {addressArray(point), addressArray(asObject)})), present);
@@ -40,10 +40,10 @@ TEST_F(Members, NamesAsTextAndAsAddressesAgree) {
     EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), chars("y")}))), "2");
     EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), addressArray(xName)}))), "1");
 
-    EXPECT_EQ(textOf(call("pySetMember", {addressArray(point), chars("x"), addressArray(eval("5"))})),
+    EXPECT_EQ(textOf(call("pySetMember", {addressArray(point), chars("width"), addressArray(eval("5"))})),
               "success");
     call("pySetMember", {addressArray(point), addressArray(unicode(u"y")), addressArray(eval("6"))});
-    EXPECT_EQ(strOf(eval("(point.x, point.y)")), "(5, 6)");
+    EXPECT_EQ(strOf(eval("(point.width, point.y)")), "(5, 6)");
     // The host's name object is not released by the commands.
     EXPECT_EQ(refcount(xName), nameCount);
 }
@@ -59,7 +59,7 @@ TEST_F(Members, FailuresLeaveTheErrorSetAndTheObjectUnchanged) {
                  std::exception);
     EXPECT_TRUE(errorOccurred());
     call("pyErrorClear");
-    EXPECT_EQ(strOf(eval("(point.x, point.y, hasattr(point, 'z'))")), "(1, 2, False)");
+    EXPECT_EQ(strOf(eval("(point.width, point.y, hasattr(point, 'z'))")), "(1, 2, False)");
 
     // A name that is neither text nor UINT64 fails in the typed read.
     EXPECT_THROW(call("pyGetMember", {addressArray(point), vd::ArrayFactory().createScalar(1.0)}),

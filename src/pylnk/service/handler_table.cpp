@@ -87,6 +87,7 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyIsUnicodeHandler>(table, "pyIsUnicode");
     row<pyCreateUnicodeHandler>(table, "pyCreateUnicode");
     row<pyUnicodeGetDataHandler>(table, "pyUnicodeGetData");
+    row<pyGetBuiltinsNameHandler>(table, "pyGetBuiltinsName");
     row<pyCreateBufferHandler>(table, "pyCreateBuffer");
     row<pyIsColumnMajorHandler>(table, "pyIsColumnMajor");
     row<pyCreateMemoryViewHandler>(table, "pyCreateMemoryView");

@@ -1,0 +1,111 @@
+// Array type codes, memory layouts, the optional text element and text helpers.
+#pragma once
+
+#include <complex>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+namespace foundation::veltradata {
+
+// The numeric values are load-bearing (switches and lookup tables key on them).
+// 26 is a hole: no enumerator uses it, and every switch treats it as unknown.
+enum class ArrayType : int {
+    UNKNOWN = 0,
+    LOGICAL = 1,
+    CHAR = 2,
+    VELTRA_STRING = 3,
+    DOUBLE = 4,
+    SINGLE = 5,
+    INT8 = 6,
+    UINT8 = 7,
+    INT16 = 8,
+    UINT16 = 9,
+    INT32 = 10,
+    UINT32 = 11,
+    INT64 = 12,
+    UINT64 = 13,
+    COMPLEX_DOUBLE = 14,
+    COMPLEX_SINGLE = 15,
+    COMPLEX_INT8 = 16,
+    COMPLEX_UINT8 = 17,
+    COMPLEX_INT16 = 18,
+    COMPLEX_UINT16 = 19,
+    COMPLEX_INT32 = 20,
+    COMPLEX_UINT32 = 21,
+    COMPLEX_INT64 = 22,
+    COMPLEX_UINT64 = 23,
+    CELL = 24,
+    STRUCT = 25,
+    VALUE_OBJECT = 27,
+    HANDLE_OBJECT_REF = 28,
+    ENUM = 29,
+    SPARSE_LOGICAL = 30,
+    SPARSE_DOUBLE = 31,
+    SPARSE_COMPLEX_DOUBLE = 32,
+};
+
+// Order of the elements in a buffer handed to createArrayFromBuffer. Arrays
+// always store column-major; a ROW_MAJOR buffer is reordered (one copy).
+enum class MemoryLayout : int {
+    COLUMN_MAJOR = 0,
+    ROW_MAJOR = 1,
+};
+
+// Enumerator name of a type ("DOUBLE", "VELTRA_STRING", ...), or
+// "UNKNOWN(<value>)" for a value without an enumerator (26, 33, -1, ...).
+std::string toString(ArrayType type);
+
+// An optional value that converts from T, from std::nullopt and from plain
+// non-class values that T accepts (u"text"), but never implicitly from other
+// class types: a string element reference therefore converts to it through
+// its own conversion (which tells a missing element) and never by way of
+// std::u16string (which would throw on a missing element).
+template <class T>
+class optional : public std::optional<T> {
+    using Base = std::optional<T>;
+
+  public:
+    constexpr optional() noexcept = default;
+    constexpr optional(std::nullopt_t) noexcept {}
+    optional(const T& value) : Base(value) {}
+    optional(T&& value) : Base(std::move(value)) {}
+    optional(const Base& other) : Base(other) {}
+    optional(Base&& other) : Base(std::move(other)) {}
+    template <class U>
+    requires(!std::is_class_v<std::remove_cvref_t<U>> && std::is_convertible_v<U, T>)
+        optional(U&& value)
+        : Base(T(std::forward<U>(value))) {}
+};
+
+// Two missing values are equal; a missing value never equals a present one.
+// Both sides deduced, so nothing converts implicitly into this comparison.
+template <class T, class U>
+bool operator==(const optional<T>& a, const optional<U>& b) {
+    return static_cast<const std::optional<T>&>(a) == static_cast<const std::optional<U>&>(b);
+}
+
+// One element of a string array: UTF-16 text, or missing (no value). A missing
+// element is not the same as an empty one.
+using VELTRAString = optional<std::u16string>;
+
+// Narrow text is UTF-8 throughout the library. Code units of UTF-16 that form
+// a surrogate pair are combined; a lone surrogate is encoded as its own three
+// bytes so that nothing is lost and decoding gives it back.
+std::string utf16ToUtf8(std::u16string_view text);
+// Decodes UTF-8 (including the three-byte form of lone surrogates produced
+// above). Malformed input raises InvalidTextException.
+std::u16string utf8ToUtf16(std::string_view text);
+
+}  // namespace foundation::veltradata
+
+// The library's own spelling of its namespace, as used in messages and in the
+// element type `veltra::data::optional<std::u16string>`.
+namespace veltra {
+namespace data = ::foundation::veltradata;
+}  // namespace veltra

@@ -1,0 +1,158 @@
+// Shared copies, copy on write, release and the read-only data pointer.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "foundation/veltradata.h"
+
+namespace {
+
+using namespace foundation::veltradata;
+
+class SharingTest : public ::testing::Test {
+  protected:
+    ArrayFactory factory;
+    TypedArray<double> numbers() {
+        std::vector<double> v{1, 2, 3, 4, 5, 6};
+        return factory.createArray<double>({2, 3}, v.begin(), v.end());
+    }
+};
+
+TEST_F(SharingTest, CopiesShareUntilOneHolderWrites) {
+    TypedArray<double> a = numbers();
+    Array b = a;
+    TypedArray<double> c(b);
+    EXPECT_TRUE(a.sharesDataWith(b));
+    EXPECT_TRUE(a.sharesDataWith(c));
+
+    a[0] = 100.0;  // through a reference
+    c.setElement(1, 200.0);
+    EXPECT_FALSE(a.sharesDataWith(b));
+    EXPECT_FALSE(c.sharesDataWith(b));
+    EXPECT_EQ(double(a[0]), 100.0);
+    EXPECT_EQ(double(a[1]), 2.0);
+    EXPECT_EQ(double(c[0]), 1.0);
+    EXPECT_EQ(double(c[1]), 200.0);
+    EXPECT_EQ(double(b[0]), 1.0);
+    EXPECT_EQ(double(b[1]), 2.0);
+
+    // The only holder writes in place: no copy.
+    const void* before = a.getReadOnlyData();
+    a[2] = 7.0;
+    EXPECT_EQ(a.getReadOnlyData(), before);
+}
+
+TEST_F(SharingTest, ClassTypeElementsAreCopiedOnWriteToo) {
+    TypedArray<VELTRAString> s = factory.createArray<VELTRAString>({1, 2});
+    s[0] = u"one";
+    TypedArray<VELTRAString> t = s;
+    t[0][1] = "two";
+    EXPECT_FALSE(VELTRAString(s[1]).has_value());
+    EXPECT_EQ(std::u16string(t[0][1]), u"two");
+
+    StructArray st = factory.createStructArray({1, 1}, {"x"});
+    StructArray copy = st;
+    st[0]["x"] = factory.createScalar(1.0);
+    EXPECT_EQ(double(TypedArray<double>(Array(st[0]["x"]))[0]), 1.0);
+    EXPECT_TRUE(Array(copy[0]["x"]).isEmpty());
+
+    TypedArray<Array> cell = factory.createCellArray({1, 2}, {Array(), factory.createScalar(2.0)});
+    Array other = cell;
+    cell[0][0] = factory.createCharArray("z");
+    EXPECT_EQ(CharArray(cell[0][0]).toAscii(), "z");
+    EXPECT_EQ(Array(TypedArray<Array>(other)[0][0]).getType(), ArrayType::DOUBLE);
+}
+
+TEST_F(SharingTest, ReleaseWithoutSecondHolderHandsOverTheStorage) {
+    TypedArray<double> a = numbers();
+    const void* storage = a.getReadOnlyData();
+    auto released = a.release();
+    EXPECT_EQ(static_cast<const void*>(released.get()), storage);
+    EXPECT_EQ(released[5], 6.0);
+    EXPECT_EQ(a.getNumberOfElements(), 0u);
+    EXPECT_EQ(a.getType(), ArrayType::DOUBLE);
+    EXPECT_THROW(a[0].operator double(), IndexOutOfBoundsException);
+}
+
+TEST_F(SharingTest, ReleaseWithSecondHolderCopiesAndLeavesItIntact) {
+    TypedArray<double> a = numbers();
+    Array keeper = a;
+    const void* storage = keeper.getReadOnlyData();
+    auto released = a.release();
+    EXPECT_NE(static_cast<const void*>(released.get()), storage);
+    released[0] = -1.0;
+    EXPECT_EQ(keeper.getReadOnlyData(), storage);
+    EXPECT_EQ(double(keeper[0]), 1.0);
+    EXPECT_EQ(keeper.getNumberOfElements(), 6u);
+
+    // Class-type elements, both ways.
+    TypedArray<VELTRAString> s = factory.createArray<VELTRAString>({1, 3});
+    s[1] = u"b";
+    Array sKeeper = s;
+    auto strings = s.release();
+    EXPECT_FALSE(strings[0].has_value());
+    EXPECT_EQ(*strings[1], u"b");
+    EXPECT_EQ(std::u16string(TypedArray<VELTRAString>(sKeeper)[1]), u"b");
+    auto again = TypedArray<VELTRAString>(sKeeper).release();  // sKeeper still shares: a copy
+    EXPECT_EQ(*again[1], u"b");
+}
+
+TEST_F(SharingTest, ReadOnlyDataOutlivesTheHolderItCameFrom) {
+    const double* data = nullptr;
+    Array survivor;
+    {
+        TypedArray<double> a = numbers();
+        data = static_cast<const double*>(a.getReadOnlyData());
+        survivor = a;
+        a[0] = 50.0;  // a detaches; the storage stays with survivor
+    }
+    EXPECT_EQ(survivor.getReadOnlyData(), data);
+    EXPECT_EQ(data[0], 1.0);
+    EXPECT_EQ(survivor.getElementSize(), sizeof(double));
+
+    EXPECT_EQ(Array().getReadOnlyData(), nullptr);
+    EXPECT_EQ(factory.createArray<double>({0, 3}).getReadOnlyData(), nullptr);
+    EXPECT_EQ(factory.createScalar("text").getReadOnlyData(), nullptr);
+    EXPECT_EQ(factory.createCellArray({1, 1}, {Array()}).getReadOnlyData(), nullptr);
+    EXPECT_EQ(factory.createArray(ArrayType::SPARSE_DOUBLE, {3, 3}).getReadOnlyData(), nullptr);
+    EXPECT_EQ(factory.createScalar("text").getElementSize(), 0u);
+    EXPECT_NE(factory.createCharArray("a").getReadOnlyData(), nullptr);
+}
+
+// Many threads copy, write and drop holders of one shared storage; the
+// original must stay intact and every storage must be freed once.
+TEST_F(SharingTest, ConcurrentCopiesKeepCountsRight) {
+    TypedArray<double> original = numbers();
+    TypedArray<Array> cell = factory.createCellArray({1, 2}, {original, original});
+    std::atomic<bool> wrong{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 2000; ++i) {
+                TypedArray<double> mine = original;
+                std::vector<Array> copies(4, mine);
+                Array nested = TypedArray<Array>(cell)[0][i % 2];
+                if (i % 3 == 0) {
+                    mine[0] = double(t);
+                    if (double(mine[0]) != double(t)) {
+                        wrong = true;
+                    }
+                }
+                if (double(TypedArray<double>(copies[1])[0]) != 1.0 ||
+                    double(TypedArray<double>(nested)[0]) != 1.0) {
+                    wrong = true;
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_FALSE(wrong);
+    EXPECT_EQ(double(original[0]), 1.0);
+    EXPECT_TRUE(original.sharesDataWith(Array(TypedArray<Array>(cell)[0][1])));
+}
+
+}  // namespace
