@@ -29,8 +29,7 @@ protected:
 }  // namespace
 
 TEST_F(Members, NamesAsTextAndAsAddressesAgree) {
-    const Address xName = unicode(u"width");
-    const long long nameCount = refcount(xName);
+    const Address widthName = unicode(u"width");
     for (const bool present : {true, false}) {
         const std::string name = present ? "width" : "nothere";
         const Address asObject = unicode(std::u16string(name.begin(), name.end()));
@@ -38,14 +37,24 @@ TEST_F(Members, NamesAsTextAndAsAddressesAgree) {
         EXPECT_EQ(truthOf(call("pyHasMember", {addressArray(point), addressArray(asObject)})), present);
     }
     EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), chars("y")}))), "2");
-    EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), addressArray(xName)}))), "1");
+    EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), addressArray(widthName)}))), "1");
 
     EXPECT_EQ(textOf(call("pySetMember", {addressArray(point), chars("width"), addressArray(eval("5"))})),
               "success");
     call("pySetMember", {addressArray(point), addressArray(unicode(u"y")), addressArray(eval("6"))});
     EXPECT_EQ(strOf(eval("(point.width, point.y)")), "(5, 6)");
-    // The host's name object is not released by the commands.
-    EXPECT_EQ(refcount(xName), nameCount);
+
+    // The host's name object is not released (nor kept) by the commands. The
+    // interpreter's attribute cache may hold one reference of its own, so
+    // the count is compared over repeated use.
+    const Address value = eval("7");
+    const long long settled = refcount(widthName);
+    for (int i = 0; i < 20; ++i) {
+        call("pyHasMember", {addressArray(point), addressArray(widthName)});
+        release(addressOf(call("pyGetMember", {addressArray(point), addressArray(widthName)})));
+        call("pySetMember", {addressArray(point), addressArray(widthName), addressArray(value)});
+    }
+    EXPECT_EQ(refcount(widthName), settled);
 }
 
 TEST_F(Members, FailuresLeaveTheErrorSetAndTheObjectUnchanged) {

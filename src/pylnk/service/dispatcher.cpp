@@ -3,8 +3,10 @@
 #include <fl/filesystem.h>
 
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 
+#include "contracts/python_bridge.h"
 #include "introspection/metadata_caches.h"
 #include "service/handler_support.h"
 
@@ -52,6 +54,13 @@ void dispatch(HandlerTable& table, const std::string& name, size_t nlhs, ReplyPr
         auto found = table.find(name);
         if (found == table.end()) {
             throw std::invalid_argument("Unknown command '" + name + "'.");
+        }
+        // An error left set by an earlier command waits aside while this one
+        // runs, and is back afterwards unless this command raised its own;
+        // the three error commands work on it directly.
+        std::optional<pylnk_core::api::exception::PendingErrorAside> aside;
+        if (name != "pyErrorClear" && name != "pyErrorOccurred" && name != "pyErrorFetch") {
+            aside.emplace();
         }
         found->second->execute(name, nlhs, promise, nrhs, prhs);
     } catch (...) {

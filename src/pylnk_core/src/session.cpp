@@ -38,6 +38,23 @@ PyHolder exception::pyErrorFetch() {
     return hold(std::move(tuple));
 }
 
+struct exception::PendingErrorAside::Saved {
+    PendingError error;
+};
+
+exception::PendingErrorAside::PendingErrorAside() {
+    if (running() && rawTable().PyErr_Occurred() != nullptr) {
+        saved_ = std::make_unique<Saved>(Saved{takeError()});
+    }
+}
+
+exception::PendingErrorAside::~PendingErrorAside() {
+    // After pyClose the saved references die with the interpreter.
+    if (saved_ && running() && rawTable().PyErr_Occurred() == nullptr) {
+        restoreError(std::move(saved_->error));
+    }
+}
+
 void interpreter::pyClose() {
     if (!running()) {
         return;

@@ -1,6 +1,7 @@
 #include "strided_layout.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <numeric>
@@ -73,11 +74,79 @@ void walkColumnMajor(const std::byte* first, std::span<const std::ptrdiff_t> sha
     }
 }
 
+// Copies the 2-D slab spanned by dimension 0 (contiguous in the output) and
+// dimension m (the one with the smallest input stride) in square tiles, so
+// that reads and writes both stay within cache lines already fetched. The
+// element-by-element walk above would read every input cache line once per
+// output column: a C-ordered matrix would cost as many passes over memory
+// as it has columns.
+template <std::size_t Size>
+void copyTile(const std::byte* in, std::byte* out, std::ptrdiff_t n0, std::ptrdiff_t in0,
+              std::ptrdiff_t nm, std::ptrdiff_t inm, std::ptrdiff_t outm) {
+    constexpr std::ptrdiff_t kTile = 32;
+    for (std::ptrdiff_t i0 = 0; i0 < n0; i0 += kTile) {
+        const std::ptrdiff_t rows = std::min(kTile, n0 - i0);
+        for (std::ptrdiff_t j0 = 0; j0 < nm; j0 += kTile) {
+            const std::ptrdiff_t j1 = std::min(nm, j0 + kTile);
+            for (std::ptrdiff_t j = j0; j < j1; ++j) {
+                const std::byte* from = in + j * inm + i0 * in0;
+                std::byte* to = out + j * outm + i0 * static_cast<std::ptrdiff_t>(Size);
+                for (std::ptrdiff_t i = 0; i < rows; ++i, from += in0, to += Size) {
+                    std::memcpy(to, from, Size);
+                }
+            }
+        }
+    }
+}
+
 template <std::size_t Size>
 void copyFixed(const std::byte* first, std::span<const std::ptrdiff_t> shape,
                std::span<const std::ptrdiff_t> strides, std::byte* out) {
-    walkColumnMajor(first, shape, strides, Size, out,
-                    [](std::byte* to, const std::byte* from) { std::memcpy(to, from, Size); });
+    const std::size_t n = shape.size();
+    // The dimension whose input stride is smallest, if it is not dimension 0.
+    std::size_t m = 0;
+    std::ptrdiff_t smallest = n > 0 ? std::abs(strides[0]) : 0;
+    for (std::size_t d = 1; d < n; ++d) {
+        if (shape[d] > 1 && std::abs(strides[d]) < smallest) {
+            m = d;
+            smallest = std::abs(strides[d]);
+        }
+    }
+    if (m == 0 || shape[0] <= 1) {
+        walkColumnMajor(first, shape, strides, Size, out,
+                        [](std::byte* to, const std::byte* from) { std::memcpy(to, from, Size); });
+        return;
+    }
+    std::vector<std::ptrdiff_t> outStrides(n);
+    std::ptrdiff_t step = static_cast<std::ptrdiff_t>(Size);
+    for (std::size_t d = 0; d < n; ++d) {
+        outStrides[d] = step;
+        step *= shape[d];
+    }
+    // Odometer over the dimensions other than 0 and m.
+    std::vector<std::ptrdiff_t> index(n, 0);
+    const std::byte* in = first;
+    std::byte* to = out;
+    for (;;) {
+        copyTile<Size>(in, to, shape[0], strides[0], shape[m], strides[m], outStrides[m]);
+        std::size_t d = 1;
+        for (; d < n; ++d) {
+            if (d == m) {
+                continue;
+            }
+            if (++index[d] < shape[d]) {
+                in += strides[d];
+                to += outStrides[d];
+                break;
+            }
+            in -= strides[d] * (shape[d] - 1);
+            to -= outStrides[d] * (shape[d] - 1);
+            index[d] = 0;
+        }
+        if (d == n) {
+            return;
+        }
+    }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // References, the Python error indicator, and the interpreter's end.
 #pragma once
 
+#include <memory>
+
 #include "pylnk_core/types.h"
 
 namespace pylnk_core::api::managed {
@@ -22,6 +24,23 @@ void pyErrorClear();
 // normalised to an exception instance. The error stays set: only
 // pyErrorClear clears it. With no error set the answer is (None, None, None).
 PyHolder pyErrorFetch();
+
+// Sets a pending Python error aside for the length of a scope, so that the
+// work inside starts with a clear indicator (the C API must not be entered
+// with an error set). At the end the error is put back, unless the work left
+// an error of its own: the newer one stands, as in Python. Does nothing when
+// no interpreter runs.
+class PendingErrorAside {
+  public:
+    PendingErrorAside();
+    ~PendingErrorAside();
+    PendingErrorAside(const PendingErrorAside&) = delete;
+    PendingErrorAside& operator=(const PendingErrorAside&) = delete;
+
+  private:
+    struct Saved;
+    std::unique_ptr<Saved> saved_;
+};
 
 }  // namespace pylnk_core::api::exception
 
