@@ -63,6 +63,8 @@ TEST_P(VersionMatrix, StartsPingsAndCloses) {
     }
     const Outcome outcome = runSession(*python);
     EXPECT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_NE(outcome.output.find("libvxbuffer.__file__: " + moduleFolder()), std::string::npos)
+        << outcome.output;
     std::cout << "CPython " << GetParam() << ": " << outcome.output;
 }
 
@@ -87,5 +89,8 @@ TEST(VersionMatrixSystem, DebianPythonAndAVirtualEnvironment) {
     EXPECT_EQ(inVenv->executable, (venv / "bin" / "python").string());
     Outcome venvRun = runSession(*inVenv);
     EXPECT_EQ(venvRun.status, 0) << venvRun.output;
+    // The interpreter read the environment's pyvenv.cfg beside its executable.
+    EXPECT_NE(venvRun.output.find("sys.prefix: " + venv.string() + "\n"), std::string::npos)
+        << venvRun.output;
     fs::remove_all(venv);
 }

@@ -22,11 +22,29 @@ int main(int argc, char** argv) {
         }
         const std::string ping = textOf(call("Ping"));
         std::cout << "Ping: " << ping << "\n";
+        for (const char* name : {"sys.version", "sys.executable", "sys.prefix", "libvxbuffer.__file__"}) {
+            std::cout << name << ": " << strOf(fetch(name)) << "\n";
+        }
+        // A few commands of each family on this version.
+        vd::ArrayFactory f;
+        const Address big = addressOf(call("pyCreateLong", {f.createScalar(std::int64_t{-1234567890123})}));
+        const bool numbers =
+            vd::TypedArray<std::int64_t>(call("pyLongGetDataInt64", {addressArray(big)}))[0] == -1234567890123;
+        vd::Array matrix = f.createArray<double>({2, 3});
+        const Address view = addressOf(call("pyCreateMemoryView", {matrix}));
+        const bool zeroCopy =
+            call("pyBufferGetData", {addressArray(view)}).getReadOnlyData() == matrix.getReadOnlyData();
+        const std::string text = strOf(invoke(fetch("textwrap.shorten"),
+                                              {unicode(u"one two three four"), eval("10")}));
+        std::cout << "int64 round trip: " << numbers << ", zero-copy buffer: " << zeroCopy
+                  << ", textwrap.shorten: " << text << "\n";
+        release(view);
         const std::string closed = textOf(call("pyClose"));
         std::cout << "pyClose: " << closed << "\n";
         const std::string after = textOf(call("Ping"));
         std::cout << "after pyClose: " << after << "\n";
-        return ping == "success" && closed == "success" &&
+        return ping == "success" && closed == "success" && numbers && zeroCopy &&
+                       text == "one [...]" &&
                        after == "vx_discard_token_for_oop_python"
                    ? 0
                    : 1;
