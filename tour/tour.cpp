@@ -18,13 +18,17 @@ namespace {
 
 std::map<std::string, std::string> options;
 
-void say(const std::string& text) { std::cout << text << std::endl; }
+void say(const std::string& text) {
+    std::cout << text << std::endl;
+}
 
 void chapter(const std::string& title) {
     std::cout << "\n=== " << title << " ===" << std::endl;
 }
 
-vd::Array chars(const std::string& text) { return vd::ArrayFactory().createCharArray(text); }
+vd::Array chars(const std::string& text) {
+    return vd::ArrayFactory().createCharArray(text);
+}
 
 std::string shown(const vd::Array& value) {
     switch (value.getType()) {
@@ -39,10 +43,12 @@ std::string shown(const vd::Array& value) {
         case vd::ArrayType::LOGICAL:
             return vd::TypedArray<bool>(value)[0] ? "true" : "false";
         case vd::ArrayType::UINT64:
-            return std::to_string(static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(value)[0])) +
+            return std::to_string(
+                       static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(value)[0])) +
                    " (uint64)";
         case vd::ArrayType::INT64:
-            return std::to_string(static_cast<std::int64_t>(vd::TypedArray<std::int64_t>(value)[0])) +
+            return std::to_string(
+                       static_cast<std::int64_t>(vd::TypedArray<std::int64_t>(value)[0])) +
                    " (int64)";
         case vd::ArrayType::DOUBLE:
             return std::to_string(static_cast<double>(vd::TypedArray<double>(value)[0]));
@@ -105,14 +111,17 @@ void hostArrays() {
 
     vd::TypedArray<vd::VELTRAString> strings = f.createArray<vd::VELTRAString>({1, 2});
     strings[0][0] = std::u16string(u"present");
-    say(std::string("A string array: element 0 is ") + (vd::VELTRAString(strings[0]) ? "present" : "missing") +
-        ", element 1 is " + (vd::VELTRAString(strings[1]) ? "present" : "missing"));
+    say(std::string("A string array: element 0 is ") +
+        (vd::VELTRAString(strings[0]) ? "present" : "missing") + ", element 1 is " +
+        (vd::VELTRAString(strings[1]) ? "present" : "missing"));
 
-    for (const vd::Array& any : std::vector<vd::Array>{a, s, strings, f.createCharArray(std::string("hi"))}) {
+    for (const vd::Array& any :
+         std::vector<vd::Array>{a, s, strings, f.createCharArray(std::string("hi"))}) {
         const std::string what = vd::visit(any, [](const auto& view) {
             return std::to_string(view.getNumberOfElements()) + " element(s)";
         });
-        say("Visited an array of type " + std::to_string(static_cast<int>(any.getType())) + ": " + what);
+        say("Visited an array of type " + std::to_string(static_cast<int>(any.getType())) + ": " +
+            what);
     }
 }
 
@@ -134,7 +143,9 @@ void startAndPing() {
 using Address = std::uint64_t;
 std::vector<Address> made;  // released at the end of the chapter
 
-vd::Array addr(Address a) { return vd::ArrayFactory().createScalar(a); }
+vd::Array addr(Address a) {
+    return vd::ArrayFactory().createScalar(a);
+}
 
 // A command whose reply is an object address; remembered for release.
 Address object(const std::string& name, std::vector<vd::Array> args) {
@@ -150,16 +161,20 @@ Address unicode(const std::u16string& text) {
 }
 
 Address tupleOf(const std::vector<Address>& items) {
-    const Address tuple = object("pyCreateTuple", {vd::ArrayFactory().createScalar(std::uint64_t{items.size()})});
+    const Address tuple =
+        object("pyCreateTuple", {vd::ArrayFactory().createScalar(std::uint64_t{items.size()})});
     for (size_t i = 0; i < items.size(); ++i) {
         vd::Array out;
-        std::vector<vd::Array> args{addr(tuple), vd::ArrayFactory().createScalar(std::uint64_t{i}), addr(items[i])};
+        std::vector<vd::Array> args{addr(tuple), vd::ArrayFactory().createScalar(std::uint64_t{i}),
+                                    addr(items[i])};
         feval_dispatcher("pyTupleSet", 1, &out, args.size(), args.data());
     }
     return tuple;
 }
 
-Address member(Address of, const std::string& name) { return object("pyGetMember", {addr(of), chars(name)}); }
+Address member(Address of, const std::string& name) {
+    return object("pyGetMember", {addr(of), chars(name)});
+}
 
 Address invoke(Address callable, const std::vector<Address>& args) {
     return object("pyInvoke", {addr(callable), addr(tupleOf(args))});
@@ -180,20 +195,28 @@ void pythonPrograms() {
     chapter("Python programs, driven command by command");
     const Address builtins = object("pyCreateBuiltinModule", {});
     say("Python's print reaches the host's console through the relay (text outside ASCII too):");
-    invoke(member(builtins, "print"), {unicode(u"  Gr\u00fc\u00dfe aus Python: \u03c0 \u2248 3.14159 \u2713")});
+    invoke(member(builtins, "print"),
+           {unicode(u"  Gr\u00fc\u00dfe aus Python: \u03c0 \u2248 3.14159 \u2713")});
 
     const Address textwrap = object("pyCreateModule", {chars("textwrap")});
-    say("Imported textwrap; its __name__ attribute reads '" + narrow(textOfObject(member(textwrap, "__name__"))) + "'.");
+    say("Imported textwrap; its __name__ attribute reads '" +
+        narrow(textOfObject(member(textwrap, "__name__"))) + "'.");
     const std::u16string prose =
-        u"Python objects never cross the boundary: only their addresses do, kept alive in a registry "
+        u"Python objects never cross the boundary: only their addresses do, kept alive in a "
+        u"registry "
         u"until the host releases them.";
-    const Address lines = invoke(member(textwrap, "wrap"), {unicode(prose), object("pyCreateLong", {vd::ArrayFactory().createScalar(std::int64_t{36})})});
+    const Address lines =
+        invoke(member(textwrap, "wrap"),
+               {unicode(prose),
+                object("pyCreateLong", {vd::ArrayFactory().createScalar(std::int64_t{36})})});
     say("textwrap.wrap of a host string at width 36, called with a tuple the host built:");
     vd::Array count;
     std::vector<vd::Array> args{addr(lines)};
     feval_dispatcher("pySequenceLength", 1, &count, 1, args.data());
-    for (std::uint64_t i = 0; i < static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(count)[0]); ++i) {
-        say("  | " + narrow(textOfObject(object("pySequenceGet", {addr(lines), vd::ArrayFactory().createScalar(i)}))));
+    for (std::uint64_t i = 0;
+         i < static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(count)[0]); ++i) {
+        say("  | " + narrow(textOfObject(object(
+                         "pySequenceGet", {addr(lines), vd::ArrayFactory().createScalar(i)}))));
     }
 
     say("A call that fails leaves the Python error for the host to inspect and clear:");
@@ -216,7 +239,8 @@ void buffers() {
     say("A 3 by 4 host matrix handed to NumPy: numpy.asarray(view).shape = " +
         narrow(textOfObject(member(matrix, "shape"))));
     const Address shares = invoke(member(numpy, "shares_memory"), {matrix, view});
-    say("numpy.shares_memory(array, view) = " + narrow(textOfObject(shares)) + " (the host's own storage)");
+    say("numpy.shares_memory(array, view) = " + narrow(textOfObject(shares)) +
+        " (the host's own storage)");
     const Address product = invoke(member(numpy, "matmul"), {member(matrix, "T"), matrix});
     const Address result = object("pyCreateBuffer", {addr(product)});
     vd::Array back;
@@ -224,8 +248,9 @@ void buffers() {
     feval_dispatcher("pyBufferGetData", 1, &back, 1, args.data());
     auto dims = back.getDimensions();
     vd::TypedArray<double> gram(back);
-    say("NumPy computed A' * A; read back with pyBufferGetData as a " + std::to_string(dims[0]) + " by " +
-        std::to_string(dims[1]) + " host array, element (4,4) = " + std::to_string(static_cast<double>(gram[3][3])));
+    say("NumPy computed A' * A; read back with pyBufferGetData as a " + std::to_string(dims[0]) +
+        " by " + std::to_string(dims[1]) +
+        " host array, element (4,4) = " + std::to_string(static_cast<double>(gram[3][3])));
 }
 
 void releaseMade() {
@@ -251,7 +276,8 @@ int main(int argc, char** argv) {
     for (int i = 1; i + 1 < argc; i += 2) {
         options[argv[i]] = argv[i + 1];
     }
-    for (const char* required : {"--executable", "--library", "--home", "--version", "--location"}) {
+    for (const char* required :
+         {"--executable", "--library", "--home", "--version", "--location"}) {
         if (!options.count(required)) {
             std::cerr << "vx-tour needs " << required << "\n";
             return 2;

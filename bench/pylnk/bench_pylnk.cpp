@@ -20,7 +20,7 @@ namespace {
 
 // The baseline: what any queue-to-a-worker-thread design costs at least.
 class BareHandOff {
-public:
+  public:
     BareHandOff() : worker_([this] { serve(); }) {}
     ~BareHandOff() {
         send(nullptr);
@@ -34,7 +34,7 @@ public:
         ready_.notify_one();
     }
 
-private:
+  private:
     void serve() {
         for (;;) {
             std::promise<int>* p;
@@ -155,7 +155,10 @@ BENCHMARK(BM_CreateNoneRelease)->UseRealTime();
 BENCHMARK(BM_InvokeTrivial)->UseRealTime();
 BENCHMARK(BM_CreateMemoryView)->Arg(10)->Arg(100'000'000)->UseRealTime();
 BENCHMARK(BM_BufferGetDataOfHostBuffer)->Arg(10)->Arg(100'000'000)->UseRealTime();
-BENCHMARK(BM_BufferGetDataOfCOrderedNumpy)->Arg(100'000'000)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BufferGetDataOfCOrderedNumpy)
+    ->Arg(100'000'000)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Memcpy)->Arg(100'000'000)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MemcpyIntoFreshBuffer)->Arg(100'000'000)->UseRealTime()->Unit(benchmark::kMillisecond);
 

@@ -12,7 +12,7 @@ using namespace vxtest;
 namespace {
 
 class Buffers : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         startSystemPython();
         exec("import numpy as np");
@@ -29,14 +29,15 @@ protected:
 
     // Binds a Python name to an object the host holds.
     void bind(const std::string& pythonName, Address object) {
-        call("pySetKey", {addressArray(eval("globals()")),
-                          addressArray(unicode(std::u16string(pythonName.begin(), pythonName.end()))),
-                          addressArray(object)});
+        call("pySetKey",
+             {addressArray(eval("globals()")),
+              addressArray(unicode(std::u16string(pythonName.begin(), pythonName.end()))),
+              addressArray(object)});
     }
 
     std::uint64_t dataAddress(const std::string& expression) {
-        return vd::TypedArray<std::uint64_t>(call(
-            "pyLongGetDataUInt64", {addressArray(eval(expression))}))[0];
+        return vd::TypedArray<std::uint64_t>(
+            call("pyLongGetDataUInt64", {addressArray(eval(expression))}))[0];
     }
 };
 
@@ -49,7 +50,8 @@ TEST_F(Buffers, HostMatrixIsSeenByNumpyWithoutACopyAndCannotBeWritten) {
     exec("a = np.asarray(view)");
     EXPECT_EQ(strOf(eval("a.shape")), "(3, 4)");
     EXPECT_EQ(strOf(eval("a[2, 1]")), "5.0");  // column-major: element 1*3+2
-    EXPECT_EQ(dataAddress("a.ctypes.data"), reinterpret_cast<std::uint64_t>(host.getReadOnlyData()));
+    EXPECT_EQ(dataAddress("a.ctypes.data"),
+              reinterpret_cast<std::uint64_t>(host.getReadOnlyData()));
 
     // Writing through the view is refused; the host array is unchanged.
     EXPECT_THROW(exec("a[0, 0] = 99"), std::exception);
@@ -79,19 +81,25 @@ TEST_F(Buffers, EveryFormatAndBothOrdersComeBackColumnMajor) {
         const char* dtype;
         vd::ArrayType type;
     };
-    const std::vector<Format> formats{
-        {"float64", vd::ArrayType::DOUBLE},  {"float32", vd::ArrayType::SINGLE},
-        {"int8", vd::ArrayType::INT8},       {"uint8", vd::ArrayType::UINT8},
-        {"int16", vd::ArrayType::INT16},     {"uint16", vd::ArrayType::UINT16},
-        {"int32", vd::ArrayType::INT32},     {"uint32", vd::ArrayType::UINT32},
-        {"int64", vd::ArrayType::INT64},     {"uint64", vd::ArrayType::UINT64},
-        {"bool", vd::ArrayType::LOGICAL},    {"complex128", vd::ArrayType::COMPLEX_DOUBLE},
-        {"complex64", vd::ArrayType::COMPLEX_SINGLE}};
+    const std::vector<Format> formats{{"float64", vd::ArrayType::DOUBLE},
+                                      {"float32", vd::ArrayType::SINGLE},
+                                      {"int8", vd::ArrayType::INT8},
+                                      {"uint8", vd::ArrayType::UINT8},
+                                      {"int16", vd::ArrayType::INT16},
+                                      {"uint16", vd::ArrayType::UINT16},
+                                      {"int32", vd::ArrayType::INT32},
+                                      {"uint32", vd::ArrayType::UINT32},
+                                      {"int64", vd::ArrayType::INT64},
+                                      {"uint64", vd::ArrayType::UINT64},
+                                      {"bool", vd::ArrayType::LOGICAL},
+                                      {"complex128", vd::ArrayType::COMPLEX_DOUBLE},
+                                      {"complex64", vd::ArrayType::COMPLEX_SINGLE}};
     for (const Format& format : formats) {
         for (const char* order : {"C", "F"}) {
             SCOPED_TRACE(std::string(format.dtype) + " order " + order);
-            const Address source = eval(std::string("np.array(np.arange(6).reshape(2, 3), dtype='") +
-                                        format.dtype + "', order='" + order + "')");
+            const Address source =
+                eval(std::string("np.array(np.arange(6).reshape(2, 3), dtype='") + format.dtype +
+                     "', order='" + order + "')");
             const Address buffer = addressOf(call("pyCreateBuffer", {addressArray(source)}));
             EXPECT_EQ(truthOf(call("pyIsColumnMajor", {addressArray(buffer)})), order[0] == 'F');
             EXPECT_TRUE(truthOf(call("pyCheckBuffer", {addressArray(buffer)})));
@@ -123,16 +131,20 @@ TEST_F(Buffers, EveryFormatAndBothOrdersComeBackColumnMajor) {
         }
     }
     // Other exporters: bytes, bytearray, array.array, memoryview, a strided view.
-    const Address fromBytes = addressOf(call("pyCreateBuffer", {addressArray(eval("b'\\x01\\x02\\x03'"))}));
+    const Address fromBytes =
+        addressOf(call("pyCreateBuffer", {addressArray(eval("b'\\x01\\x02\\x03'"))}));
     vd::Array bytes = call("pyBufferGetData", {addressArray(fromBytes)});
     EXPECT_EQ(bytes.getType(), vd::ArrayType::UINT8);
     EXPECT_EQ(bytes.getNumberOfElements(), 3u);
-    const Address strided = addressOf(call("pyCreateBuffer", {addressArray(eval("np.arange(20.0).reshape(4, 5)[::2, ::2]"))}));
+    const Address strided = addressOf(
+        call("pyCreateBuffer", {addressArray(eval("np.arange(20.0).reshape(4, 5)[::2, ::2]"))}));
     vd::Array picked = call("pyBufferGetData", {addressArray(strided)});
     ASSERT_EQ(picked.getDimensions(), (std::vector<size_t>{2, 3}));
     vd::TypedArray<double> p(picked);
-    EXPECT_EQ((std::vector<double>(p.begin(), p.end())), (std::vector<double>{0, 10, 2, 12, 4, 14}));
-    const Address fromArray = addressOf(call("pyCreateBuffer", {addressArray(eval("__import__('array').array('h', [1, -2])"))}));
+    EXPECT_EQ((std::vector<double>(p.begin(), p.end())),
+              (std::vector<double>{0, 10, 2, 12, 4, 14}));
+    const Address fromArray = addressOf(
+        call("pyCreateBuffer", {addressArray(eval("__import__('array').array('h', [1, -2])"))}));
     EXPECT_EQ(textOf(call("pyBufferGetFormat", {addressArray(fromArray)})), "h");
     EXPECT_THROW(call("pyCreateBuffer", {addressArray(eval("3.5"))}), std::exception);
     call("pyErrorClear");
@@ -143,10 +155,15 @@ TEST_F(Buffers, ExcludedTypesAndTypeQueries) {
     EXPECT_FALSE(truthOf(call("pyCheckBuffer", {addressArray(eval("bytearray(3)"))})));
     EXPECT_TRUE(truthOf(call("pyCheckBuffer", {addressArray(eval("memoryview(b'xyz')"))})));
     EXPECT_FALSE(truthOf(call("pyCheckBuffer", {addressArray(eval("[1, 2]"))})));
-    EXPECT_FALSE(truthOf(call("pyTypeSupportsBufferInterface", {addressArray(eval("bytes")), chars("bytes")})));
-    EXPECT_TRUE(truthOf(call("pyTypeSupportsBufferInterface", {addressArray(eval("np.ndarray")), chars("ndarray")})));
-    EXPECT_FALSE(truthOf(call("pyTypeSupportsBufferInterface", {addressArray(eval("int")), chars("int")})));
-    EXPECT_EQ(call("pyGetBufferDataInQLOrder", {addressArray(eval("np.ones(3)"))}).getNumberOfElements(), 0u);
+    EXPECT_FALSE(truthOf(
+        call("pyTypeSupportsBufferInterface", {addressArray(eval("bytes")), chars("bytes")})));
+    EXPECT_TRUE(truthOf(call("pyTypeSupportsBufferInterface",
+                             {addressArray(eval("np.ndarray")), chars("ndarray")})));
+    EXPECT_FALSE(
+        truthOf(call("pyTypeSupportsBufferInterface", {addressArray(eval("int")), chars("int")})));
+    EXPECT_EQ(
+        call("pyGetBufferDataInQLOrder", {addressArray(eval("np.ones(3)"))}).getNumberOfElements(),
+        0u);
     EXPECT_FALSE(errorOccurred());
 }
 
@@ -159,6 +176,7 @@ TEST_F(Buffers, WithoutTheExtensionCheckFailsAndTypeQueriesAnswerFalse) {
         EXPECT_STREQ(e.what(), "Failed to get capsule.");
     }
     call("pyErrorClear");
-    EXPECT_FALSE(truthOf(call("pyTypeSupportsBufferInterface", {addressArray(eval("np.ndarray")), chars("ndarray")})));
+    EXPECT_FALSE(truthOf(call("pyTypeSupportsBufferInterface",
+                              {addressArray(eval("np.ndarray")), chars("ndarray")})));
     EXPECT_FALSE(errorOccurred());
 }

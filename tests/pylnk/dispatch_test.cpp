@@ -13,8 +13,12 @@ using interprocess::pylnk::server::libpylnk::feval_dispatcher;
 
 namespace {
 
-vd::Array dbl(double v) { return vd::ArrayFactory().createScalar(v); }
-double valueOf(const vd::Array& a) { return vd::TypedArray<double>(a)[0]; }
+vd::Array dbl(double v) {
+    return vd::ArrayFactory().createScalar(v);
+}
+double valueOf(const vd::Array& a) {
+    return vd::TypedArray<double>(a)[0];
+}
 
 }  // namespace
 
@@ -77,8 +81,8 @@ TEST(Door, OneElementReplyWithZeroOutputsAndNullSlots) {
     startSystemPython();
     std::vector<vd::Array> out{dbl(7), dbl(8)};
     feval_dispatcher("Ping", 0, out.data(), 0, nullptr);
-    EXPECT_EQ(textOf(out[0]), "success");  // plhs[0] written though nlhs is 0
-    EXPECT_EQ(valueOf(out[1]), 8);         // further slots untouched
+    EXPECT_EQ(textOf(out[0]), "success");              // plhs[0] written though nlhs is 0
+    EXPECT_EQ(valueOf(out[1]), 8);                     // further slots untouched
     feval_dispatcher("Ping", 0, nullptr, 0, nullptr);  // nothing written, no crash
 }
 
@@ -98,8 +102,8 @@ TEST(Door, ConcurrentCallersEachGetTheirOwnReplyInPushOrder) {
                         call("NoSuch_" + std::to_string(t) + "_" + std::to_string(i));
                         ++failures;
                     } catch (const std::exception& e) {
-                        const std::string expected = "NoSuch_" + std::to_string(t) + "_" +
-                                                     std::to_string(i) + "'";
+                        const std::string expected =
+                            "NoSuch_" + std::to_string(t) + "_" + std::to_string(i) + "'";
                         if (std::string(e.what()).find(expected) == std::string::npos) {
                             ++failures;
                         }

@@ -12,14 +12,15 @@ using namespace vxtest;
 namespace {
 
 class Members : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         startSystemPython();
-        exec("class Point:\n"
-             "    __slots__ = ('width', 'y')\n"
-             "    def __init__(self): self.width, self.y = 1, 2\n"
-             "point = Point()\n"
-             "table = {'alpha': 10, 3: 'three'}");
+        exec(
+            "class Point:\n"
+            "    __slots__ = ('width', 'y')\n"
+            "    def __init__(self): self.width, self.y = 1, 2\n"
+            "point = Point()\n"
+            "table = {'alpha': 10, 3: 'three'}");
         point = eval("point");
         table = eval("table");
     }
@@ -34,14 +35,18 @@ TEST_F(Members, NamesAsTextAndAsAddressesAgree) {
         const std::string name = present ? "width" : "nothere";
         const Address asObject = unicode(std::u16string(name.begin(), name.end()));
         EXPECT_EQ(truthOf(call("pyHasMember", {addressArray(point), chars(name)})), present);
-        EXPECT_EQ(truthOf(call("pyHasMember", {addressArray(point), addressArray(asObject)})), present);
+        EXPECT_EQ(truthOf(call("pyHasMember", {addressArray(point), addressArray(asObject)})),
+                  present);
     }
     EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), chars("y")}))), "2");
-    EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), addressArray(widthName)}))), "1");
+    EXPECT_EQ(strOf(addressOf(call("pyGetMember", {addressArray(point), addressArray(widthName)}))),
+              "1");
 
-    EXPECT_EQ(textOf(call("pySetMember", {addressArray(point), chars("width"), addressArray(eval("5"))})),
-              "success");
-    call("pySetMember", {addressArray(point), addressArray(unicode(u"y")), addressArray(eval("6"))});
+    EXPECT_EQ(
+        textOf(call("pySetMember", {addressArray(point), chars("width"), addressArray(eval("5"))})),
+        "success");
+    call("pySetMember",
+         {addressArray(point), addressArray(unicode(u"y")), addressArray(eval("6"))});
     EXPECT_EQ(strOf(eval("(point.width, point.y)")), "(5, 6)");
 
     // The host's name object is not released (nor kept) by the commands. The
@@ -101,7 +106,8 @@ TEST_F(Members, InvokeWithAndWithoutKeywords) {
     EXPECT_EQ(strOf(addressOf(plain)), "((1, 'two'), [])");
 
     const Address kwargs = addressOf(call("pyCreateDict"));
-    call("pySetKey", {addressArray(kwargs), addressArray(unicode(u"sep")), addressArray(eval("'-'"))});
+    call("pySetKey",
+         {addressArray(kwargs), addressArray(unicode(u"sep")), addressArray(eval("'-'"))});
     vd::Array withKeywords =
         call("pyInvoke", {addressArray(show), addressArray(args), addressArray(kwargs)});
     EXPECT_EQ(strOf(addressOf(withKeywords)), "((1, 'two'), [('sep', '-')])");

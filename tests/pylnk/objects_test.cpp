@@ -12,7 +12,7 @@ using namespace vxtest;
 namespace {
 
 class Objects : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { startSystemPython(); }
 
     // The value of an integer expression, read through the commands.
@@ -123,13 +123,15 @@ TEST_F(Objects, GeneralObjectCommands) {
     const Address listType = fetch("builtins.list");
     EXPECT_EQ(addressOf(call("pyGetType", {addressArray(list)})), listType);
     EXPECT_TRUE(truthOf(call("pyIsInstance", {addressArray(list), addressArray(listType)})));
-    EXPECT_TRUE(truthOf(call("pyIsSubclass", {addressArray(eval("bool")), addressArray(fetch("builtins.int"))})));
+    EXPECT_TRUE(truthOf(
+        call("pyIsSubclass", {addressArray(eval("bool")), addressArray(fetch("builtins.int"))})));
     EXPECT_TRUE(truthOf(call("pyIsType", {addressArray(listType)})));
     EXPECT_FALSE(truthOf(call("pyIsType", {addressArray(list)})));
     EXPECT_TRUE(truthOf(call("pyIsCallable", {addressArray(listType)})));
     EXPECT_EQ(strOf(list), "[3, 1, 2]");
     const Address names = addressOf(call("pyDir", {addressArray(list)}));
-    EXPECT_GT(vd::TypedArray<std::uint64_t>(call("pySequenceLength", {addressArray(names)}))[0], 10u);
+    EXPECT_GT(vd::TypedArray<std::uint64_t>(call("pySequenceLength", {addressArray(names)}))[0],
+              10u);
 
     // pyEq compares objects, not numbers.
     const Address a = eval("[1, 2]"), b = eval("[1, 2]");
@@ -139,7 +141,8 @@ TEST_F(Objects, GeneralObjectCommands) {
     // Hashes are sign-extended into UINT64.
     vd::Array hash = call("pyGetHash", {addressArray(eval("-2"))});
     EXPECT_EQ(hash.getType(), vd::ArrayType::UINT64);
-    EXPECT_EQ(static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(hash)[0]), 0xFFFFFFFFFFFFFFFEull);
+    EXPECT_EQ(static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(hash)[0]),
+              0xFFFFFFFFFFFFFFFEull);
     EXPECT_THROW(call("pyGetHash", {addressArray(eval("[]"))}), std::exception);
     call("pyErrorClear");
 
@@ -171,15 +174,17 @@ TEST_F(Objects, FetchAndModulesAnswerOrFailAsTheHostExpects) {
 
     // A module that raises while importing: pyCreateModule clears the error,
     // the report variant leaves it for the host.
-    exec("import sys, types\n"
-         "src = 'raise ValueError(\"broken on import\")'\n"
-         "import importlib.abc, importlib.util\n"
-         "class Finder(importlib.abc.MetaPathFinder, importlib.abc.Loader):\n"
-         "    def find_spec(self, name, path, target=None):\n"
-         "        return importlib.util.spec_from_loader(name, self) if name == 'vx_broken' else None\n"
-         "    def create_module(self, spec): return None\n"
-         "    def exec_module(self, module): exec(src, module.__dict__)\n"
-         "sys.meta_path.insert(0, Finder())");
+    exec(
+        "import sys, types\n"
+        "src = 'raise ValueError(\"broken on import\")'\n"
+        "import importlib.abc, importlib.util\n"
+        "class Finder(importlib.abc.MetaPathFinder, importlib.abc.Loader):\n"
+        "    def find_spec(self, name, path, target=None):\n"
+        "        return importlib.util.spec_from_loader(name, self) if name == 'vx_broken' else "
+        "None\n"
+        "    def create_module(self, spec): return None\n"
+        "    def exec_module(self, module): exec(src, module.__dict__)\n"
+        "sys.meta_path.insert(0, Finder())");
     EXPECT_THROW(call("pyCreateModule", {chars("vx_broken")}), std::exception);
     EXPECT_FALSE(errorOccurred());
     EXPECT_THROW(call("pyCreateModuleException", {chars("vx_broken")}), std::exception);

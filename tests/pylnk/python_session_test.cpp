@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 namespace {
 
 class PythonSession : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { startSystemPython(); }
     zrt::ConsoleCapture console;
 };
@@ -39,9 +39,15 @@ TEST_F(PythonSession, PrintsReachTheConsoleInOrderAndIntact) {
     EXPECT_EQ(textOf(call("Ping")), "success");
     exec("sys.stdout.write(b'raw bytes')\nsys.stdout.write('')\nprint('a', 'b', sep='|', end='!')");
     exec("sys.stderr.write('to stderr\\n')");
-    const std::vector<std::u16string> expected{
-        u"caf\u00e9 \u03b1\u03b2 \U0001F600", u"\n", u"raw bytes", u"", u"a", u"|", u"b", u"!",
-        u"to stderr\n"};
+    const std::vector<std::u16string> expected{u"caf\u00e9 \u03b1\u03b2 \U0001F600",
+                                               u"\n",
+                                               u"raw bytes",
+                                               u"",
+                                               u"a",
+                                               u"|",
+                                               u"b",
+                                               u"!",
+                                               u"to stderr\n"};
     EXPECT_EQ(console.writes(), expected);
 
     // Lone surrogates cannot be encoded: they are replaced, not fatal.
@@ -51,15 +57,16 @@ TEST_F(PythonSession, PrintsReachTheConsoleInOrderAndIntact) {
 }
 
 TEST_F(PythonSession, PythonThreadsRunWhileTheHostSendsNothing) {
-    exec("import threading, time\n"
-         "ticks = 0\n"
-         "def tick():\n"
-         "    global ticks\n"
-         "    while ticks < 20:\n"
-         "        ticks += 1\n"
-         "        time.sleep(0.005)\n"
-         "ticker = threading.Thread(target=tick)\n"
-         "ticker.start()");
+    exec(
+        "import threading, time\n"
+        "ticks = 0\n"
+        "def tick():\n"
+        "    global ticks\n"
+        "    while ticks < 20:\n"
+        "        ticks += 1\n"
+        "        time.sleep(0.005)\n"
+        "ticker = threading.Thread(target=tick)\n"
+        "ticker.start()");
     std::this_thread::sleep_for(500ms);  // no command meanwhile
     EXPECT_EQ(strOf(eval("ticks")), "20");
     // A thread that prints reaches the console too.
@@ -68,12 +75,14 @@ TEST_F(PythonSession, PythonThreadsRunWhileTheHostSendsNothing) {
 }
 
 TEST_F(PythonSession, ACompletePythonForUserCode) {
-    exec("import sys, subprocess, warnings\n"
-         "child = subprocess.run([sys.executable, '-c', 'print(6 * 7)'], capture_output=True, text=True)\n"
-         "argv_ok = isinstance(sys.argv, list)\n"
-         "with warnings.catch_warnings(record=True) as caught:\n"
-         "    warnings.simplefilter('always')\n"
-         "    warnings.warn('careful')\n");
+    exec(
+        "import sys, subprocess, warnings\n"
+        "child = subprocess.run([sys.executable, '-c', 'print(6 * 7)'], capture_output=True, "
+        "text=True)\n"
+        "argv_ok = isinstance(sys.argv, list)\n"
+        "with warnings.catch_warnings(record=True) as caught:\n"
+        "    warnings.simplefilter('always')\n"
+        "    warnings.warn('careful')\n");
     EXPECT_EQ(strOf(eval("child.stdout")), "42\n");
     EXPECT_EQ(strOf(eval("argv_ok")), "True");
     EXPECT_EQ(strOf(eval("str(caught[0].message)")), "careful");
@@ -83,20 +92,23 @@ TEST_F(PythonSession, ACompletePythonForUserCode) {
     EXPECT_NE(console.text().find(u"UserWarning: shown on the console"), std::u16string::npos);
 
     // A test runner inside the embedded interpreter.
-    const auto folder = std::filesystem::temp_directory_path() / ("vx-pytest-" + std::to_string(getpid()));
+    const auto folder =
+        std::filesystem::temp_directory_path() / ("vx-pytest-" + std::to_string(getpid()));
     std::filesystem::create_directories(folder);
     std::ofstream(folder / "test_inside.py") << "def test_one():\n    assert 1 + 1 == 2\n"
                                                 "def test_two():\n    assert 'a'.upper() == 'A'\n";
     exec("import pytest\nexit_code = int(pytest.main(['-q', '-p', 'no:cacheprovider', r'" +
          folder.string() + "']))");
-    EXPECT_EQ(strOf(eval("exit_code")), "0") << std::string(console.text().begin(), console.text().end());
+    EXPECT_EQ(strOf(eval("exit_code")), "0")
+        << std::string(console.text().begin(), console.text().end());
     EXPECT_NE(console.text().find(u"2 passed"), std::u16string::npos);
     std::filesystem::remove_all(folder);
 }
 
 TEST(PythonSessionRelay, AFolderWithoutArchitectureCodeKeepsPythonsOwnStreams) {
     // The same modules under a folder name that names no architecture.
-    const auto plain = std::filesystem::temp_directory_path() / ("vx-plain-" + std::to_string(getpid()));
+    const auto plain =
+        std::filesystem::temp_directory_path() / ("vx-plain-" + std::to_string(getpid()));
     std::filesystem::create_directory_symlink(moduleFolder(), plain);
     ASSERT_EQ(textOf(call("attemptToStartPython", {startRequest(systemPython(), plain.string())})),
               "vx_success_token_for_oop_python");

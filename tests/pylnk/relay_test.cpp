@@ -22,7 +22,9 @@ std::string utf16Bytes(const std::u16string& text, bool withMark, bool swapped =
     return bytes;
 }
 
-void u(const std::string& bytes) { uPrintf(static_cast<long>(bytes.size()), bytes.data()); }
+void u(const std::string& bytes) {
+    uPrintf(static_cast<long>(bytes.size()), bytes.data());
+}
 
 }  // namespace
 
@@ -38,8 +40,8 @@ TEST(Relay, TextAndBytesArriveWholeAndInOrder) {
     cPrintf(static_cast<long>(narrow.size()), narrow.c_str());
     cPrintf(0, "");
 
-    const std::vector<std::u16string> expected{greek, u"no mark", u"", u"", u"", u"caf\u00e9 bytes",
-                                               u""};
+    const std::vector<std::u16string> expected{greek, u"no mark",         u"", u"",
+                                               u"",   u"caf\u00e9 bytes", u""};
     EXPECT_EQ(console.writes(), expected);
 }
 
@@ -50,7 +52,8 @@ TEST(Relay, PrintsFromManyThreadsStayWhole) {
     for (int t = 0; t < kThreads; ++t) {
         printers.emplace_back([t] {
             for (int i = 0; i < kLines; ++i) {
-                const std::string line = "thread " + std::to_string(t) + " line " + std::to_string(i);
+                const std::string line =
+                    "thread " + std::to_string(t) + " line " + std::to_string(i);
                 if (i % 2) {
                     cPrintf(static_cast<long>(line.size()), line.c_str());
                 } else {

@@ -11,7 +11,7 @@ using namespace vxtest;
 namespace {
 
 class Scalars : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { startSystemPython(); }
     vd::ArrayFactory f;
 
@@ -45,12 +45,16 @@ TEST_F(Scalars, ConstructorsTakeExactlyTheirTypeAndElementZero) {
     const Address yes = create("pyCreateBool", {row<bool>({true, false})});
     EXPECT_EQ(strOf(yes), "True");
     EXPECT_EQ(strOf(create("pyCreateInt", {row<std::int32_t>({-7, 9})})), "-7");
-    EXPECT_EQ(strOf(create("pyCreateLong", {row<std::int64_t>({INT64_MIN})})), "-9223372036854775808");
-    EXPECT_EQ(strOf(create("pyCreateULong", {row<std::uint64_t>({UINT64_MAX})})), "18446744073709551615");
+    EXPECT_EQ(strOf(create("pyCreateLong", {row<std::int64_t>({INT64_MIN})})),
+              "-9223372036854775808");
+    EXPECT_EQ(strOf(create("pyCreateULong", {row<std::uint64_t>({UINT64_MAX})})),
+              "18446744073709551615");
     EXPECT_EQ(strOf(create("pyCreateFloat", {row<double>({2.5, 1})})), "2.5");
-    EXPECT_EQ(strOf(create("pyCreateComplex", {f.createScalar(1.0), f.createScalar(-2.0)})), "(1-2j)");
+    EXPECT_EQ(strOf(create("pyCreateComplex", {f.createScalar(1.0), f.createScalar(-2.0)})),
+              "(1-2j)");
     EXPECT_EQ(strOf(create("pyCreateString", {chars("plain"), uint64Array(0)})), "plain");
-    const Address wide = create("pyCreateUnicode", {f.createCharArray(std::u16string(u"\u00e9t\u00e9 \u6f22"))});
+    const Address wide =
+        create("pyCreateUnicode", {f.createCharArray(std::u16string(u"\u00e9t\u00e9 \u6f22"))});
     EXPECT_EQ(vd::CharArray(get("pyUnicodeGetData", wide)).toUTF16(), u"\u00e9t\u00e9 \u6f22");
 
     expectRefused("pyCreateBool", {f.createScalar(1.0)});
@@ -81,7 +85,8 @@ TEST_F(Scalars, GettersReplyInTheirFormsAndSecondRuleReadsLeaveTheErrorSet) {
     vd::Array imag = get("pyComplexGetPi", eval("3-4j"));
     EXPECT_EQ(static_cast<double>(vd::TypedArray<double>(real)[0]), 3.0);
     EXPECT_EQ(static_cast<double>(vd::TypedArray<double>(imag)[0]), -4.0);
-    EXPECT_EQ(static_cast<double>(vd::TypedArray<double>(get("pyFloatGetData", eval("0.25")))[0]), 0.25);
+    EXPECT_EQ(static_cast<double>(vd::TypedArray<double>(get("pyFloatGetData", eval("0.25")))[0]),
+              0.25);
 
     // A negative number read as unsigned: a reply, not an exception; the
     // value is the untouched zero and the error stays set for the host.
@@ -106,9 +111,9 @@ TEST_F(Scalars, TypeTestsAgreeAndLeaveNoError) {
         const char* expression;
         std::vector<const char*> trueFor;
     };
-    const std::vector<const char*> tests{"pyIsNone", "pyIsBool",   "pyIsInt",     "pyIsLong",
-                                         "pyIsFloat", "pyIsComplex", "pyIsString", "pyIsUnicode",
-                                         "pyIsSequence", "pyIsList", "pyIsTuple",  "pyIsMapping",
+    const std::vector<const char*> tests{"pyIsNone",     "pyIsBool",    "pyIsInt",    "pyIsLong",
+                                         "pyIsFloat",    "pyIsComplex", "pyIsString", "pyIsUnicode",
+                                         "pyIsSequence", "pyIsList",    "pyIsTuple",  "pyIsMapping",
                                          "pyIsDict"};
     const std::vector<Case> cases{
         {"None", {"pyIsNone"}},
@@ -126,8 +131,9 @@ TEST_F(Scalars, TypeTestsAgreeAndLeaveNoError) {
         const Address object = eval(c.expression);
         for (const char* test : tests) {
             const bool expected =
-                std::find_if(c.trueFor.begin(), c.trueFor.end(),
-                             [&](const char* t) { return std::string(t) == test; }) != c.trueFor.end();
+                std::find_if(c.trueFor.begin(), c.trueFor.end(), [&](const char* t) {
+                    return std::string(t) == test;
+                }) != c.trueFor.end();
             vd::Array answer = get(test, object);
             ASSERT_EQ(answer.getType(), vd::ArrayType::LOGICAL);
             EXPECT_EQ(truthOf(answer), expected) << test << " of " << c.expression;

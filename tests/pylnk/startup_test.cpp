@@ -24,7 +24,9 @@ vd::Array withField(const std::string& field, vd::Array value,
     return request;
 }
 
-std::string start(const vd::Array& request) { return textOf(call("attemptToStartPython", {request})); }
+std::string start(const vd::Array& request) {
+    return textOf(call("attemptToStartPython", {request}));
+}
 
 }  // namespace
 

@@ -19,7 +19,9 @@ struct Outcome {
     std::string output;
 };
 
-std::string quoted(const std::string& s) { return "'" + s + "'"; }
+std::string quoted(const std::string& s) {
+    return "'" + s + "'";
+}
 
 Outcome runSession(const PythonInstall& python) {
     const std::string command = quoted(VX_SESSION_CHECK) + " " + quoted(python.executable) + " " +

@@ -5,7 +5,6 @@ namespace pylnk {
 namespace vd = foundation::veltradata;
 using pylnk_core::InternalPyException;
 using pylnk_core::api::APIAccessor;
-using H = boost::shared_ptr<python::pyArray>;
 
 const vxbuffer::CApi* bufferApi() {
     APIAccessor access;
@@ -51,24 +50,23 @@ bool bufferIsColumnMajor(python::pyArray* object) {
 }
 
 bool checkBuffer(python::pyArray* object) {
-    namespace object_ = pylnk_core::api::object;
-    H typeName = object_::pyGetMember(object_::pyGetClass(object).get(), "__name__");
-    if (pylnk_core::api::type::pyIsExcludedTypeForBuffer(object_::pyGetChars(typeName.get()))) {
+    H typeName = object::pyGetMember(object::pyGetClass(object).get(), "__name__");
+    if (type::pyIsExcludedTypeForBuffer(object::pyGetChars(typeName.get()))) {
         return false;
     }
     APIAccessor access;
     return bufferApi()->check(object) != 0;
 }
 
-bool typeSupportsBufferInterface(python::pyArray* type, const char* typeName) {
-    if (pylnk_core::api::type::pyIsExcludedTypeForBuffer(typeName)) {
+bool typeSupportsBufferInterface(python::pyArray* pythonType, const char* typeName) {
+    if (type::pyIsExcludedTypeForBuffer(typeName)) {
         return false;
     }
     try {
         APIAccessor access;
-        return bufferApi()->typeSupported(type) != 0;
+        return bufferApi()->typeSupported(pythonType) != 0;
     } catch (const InternalPyException&) {
-        pylnk_core::api::exception::pyErrorClear();
+        exception::pyErrorClear();
         return false;
     }
 }

@@ -24,15 +24,19 @@ VX_EXECUTE(pyIsColumnMajorHandler) {
     reply(promise, truthValue(bufferIsColumnMajor(addressArg(prhs, 0))));
 }
 
-VX_EXECUTE(pyCheckBufferHandler) { reply(promise, truthValue(checkBuffer(addressArg(prhs, 0)))); }
-
-VX_EXECUTE(pyTypeSupportsBufferInterfaceHandler) {
-    python::pyArray* type = addressArg(prhs, 0);
-    const std::string typeName = asciiArg(prhs, 1);
-    reply(promise, truthValue(typeSupportsBufferInterface(type, typeName.c_str())));
+VX_EXECUTE(pyCheckBufferHandler) {
+    reply(promise, truthValue(checkBuffer(addressArg(prhs, 0))));
 }
 
-VX_EXECUTE(pyBufferGetDataHandler) { reply(promise, bufferGetData(addressArg(prhs, 0))); }
+VX_EXECUTE(pyTypeSupportsBufferInterfaceHandler) {
+    python::pyArray* pythonType = addressArg(prhs, 0);
+    const std::string typeName = asciiArg(prhs, 1);
+    reply(promise, truthValue(typeSupportsBufferInterface(pythonType, typeName.c_str())));
+}
+
+VX_EXECUTE(pyBufferGetDataHandler) {
+    reply(promise, bufferGetData(addressArg(prhs, 0)));
+}
 
 VX_EXECUTE(pyBufferGetFormatHandler) {
     int status = 0;

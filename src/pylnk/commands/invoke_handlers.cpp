@@ -5,17 +5,14 @@
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
-namespace object = pylnk_core::api::object;
-namespace module = pylnk_core::api::module;
-namespace primitive = pylnk_core::api::primitive;
 
 VX_EXECUTE(pyInvokeHandler) {
     vd::TypedArray<std::uint64_t> callable(prhs[0]);
     vd::TypedArray<std::uint64_t> arguments(prhs[1]);
     // Two arguments: no keyword dict.
     python::pyArray* keywords = nrhs == 2 ? nullptr : addressArg(prhs, 2);
-    reply(promise, objectAddress(object::pyInvoke(addressArg(prhs, 0), addressArg(prhs, 1),
-                                                  keywords)));
+    reply(promise,
+          objectAddress(object::pyInvoke(addressArg(prhs, 0), addressArg(prhs, 1), keywords)));
 }
 
 namespace {
@@ -31,7 +28,7 @@ Value invokeInt(vd::Array* prhs, void (*read)(python::pyArray*, Value*)) {
         read(result.get(), &value);
         return value;
     } catch (...) {
-        pylnk_core::api::exception::pyErrorClear();
+        exception::pyErrorClear();
         throw;
     }
 }

@@ -5,16 +5,14 @@
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
-namespace object = pylnk_core::api::object;
-namespace primitive = pylnk_core::api::primitive;
-namespace mapping = pylnk_core::api::mapping;
-using H = boost::shared_ptr<python::pyArray>;
 
 namespace {
 
 // A name given as a char array is text; any other array is an address (and
 // anything but UINT64 fails there).
-bool nameIsText(vd::Array* prhs) { return prhs[1].getType() == vd::ArrayType::CHAR; }
+bool nameIsText(vd::Array* prhs) {
+    return prhs[1].getType() == vd::ArrayType::CHAR;
+}
 
 // The name as a Python object: a temporary string for text, else the
 // host's object, which the command does not release.

@@ -10,11 +10,6 @@
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
-namespace object = pylnk_core::api::object;
-namespace module = pylnk_core::api::module;
-namespace type = pylnk_core::api::type;
-namespace primitive = pylnk_core::api::primitive;
-namespace exception = pylnk_core::api::exception;
 
 VX_EXECUTE(AddRefHandler) {
     // A Python reference the registry knows nothing of: Release does not
@@ -44,11 +39,17 @@ VX_EXECUTE(pyFetchHandler) {
     reply(promise, objectAddress(found));
 }
 
-VX_EXECUTE(pyGetTypeHandler) { reply(promise, objectAddress(object::pyGetClass(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyGetTypeHandler) {
+    reply(promise, objectAddress(object::pyGetClass(addressArg(prhs, 0))));
+}
 
-VX_EXECUTE(pyStrHandler) { reply(promise, objectAddress(object::pyStr(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyStrHandler) {
+    reply(promise, objectAddress(object::pyStr(addressArg(prhs, 0))));
+}
 
-VX_EXECUTE(pyDirHandler) { reply(promise, objectAddress(object::pyDir(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyDirHandler) {
+    reply(promise, objectAddress(object::pyDir(addressArg(prhs, 0))));
+}
 
 VX_EXECUTE(pyEqHandler) {
     reply(promise, truthValue(object::pyEqual(addressArg(prhs, 0), addressArg(prhs, 1))));
@@ -76,11 +77,17 @@ VX_EXECUTE(pyIsSubclassHandler) {
     reply(promise, truthValue(type::pyTypeIsSubclass(addressArg(prhs, 0), addressArg(prhs, 1))));
 }
 
-VX_EXECUTE(pyIsCallableHandler) { reply(promise, truthValue(object::pyIsCallable(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyIsCallableHandler) {
+    reply(promise, truthValue(object::pyIsCallable(addressArg(prhs, 0))));
+}
 
-VX_EXECUTE(pyIsTypeHandler) { reply(promise, truthValue(object::pyIsType(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyIsTypeHandler) {
+    reply(promise, truthValue(object::pyIsType(addressArg(prhs, 0))));
+}
 
-VX_EXECUTE(pyIsModuleHandler) { reply(promise, truthValue(module::pyIsModule(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyIsModuleHandler) {
+    reply(promise, truthValue(module::pyIsModule(addressArg(prhs, 0))));
+}
 
 namespace {
 
@@ -121,6 +128,8 @@ VX_EXECUTE(pyCreateBuiltinModuleHandler) {
     reply(promise, objectAddress(module::pyCreateBuiltinsModule()));
 }
 
-VX_EXECUTE(pyGetBuiltinsNameHandler) { reply(promise, text(module::pyGetBuiltinsName())); }
+VX_EXECUTE(pyGetBuiltinsNameHandler) {
+    reply(promise, text(module::pyGetBuiltinsName()));
+}
 
 }  // namespace pylnk

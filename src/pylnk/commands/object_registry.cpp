@@ -30,6 +30,8 @@ void objectRegistryRelease(python::pyArray* object) {
     pyapi::managed::pyDeleteObject(object);
 }
 
-size_t objectRegistrySize() { return registry().size(); }
+size_t objectRegistrySize() {
+    return registry().size();
+}
 
 }  // namespace pylnk

@@ -5,21 +5,29 @@
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
-namespace object = pylnk_core::api::object;
-namespace primitive = pylnk_core::api::primitive;
-namespace sequence = pylnk_core::api::sequence;
-namespace mapping = pylnk_core::api::mapping;
 
 // Type tests: one address in, a truth value out, no error left set.
-VX_EXECUTE(pyIsNoneHandler) { reply(promise, truthValue(object::pyIsNone(addressArg(prhs, 0)))); }
-VX_EXECUTE(pyIsBoolHandler) { reply(promise, truthValue(primitive::pyIsBool(addressArg(prhs, 0)))); }
-VX_EXECUTE(pyIsIntHandler) { reply(promise, truthValue(primitive::pyIsInt(addressArg(prhs, 0)))); }
-VX_EXECUTE(pyIsLongHandler) { reply(promise, truthValue(primitive::pyIsLong(addressArg(prhs, 0)))); }
-VX_EXECUTE(pyIsFloatHandler) { reply(promise, truthValue(primitive::pyIsFloat(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyIsNoneHandler) {
+    reply(promise, truthValue(object::pyIsNone(addressArg(prhs, 0))));
+}
+VX_EXECUTE(pyIsBoolHandler) {
+    reply(promise, truthValue(primitive::pyIsBool(addressArg(prhs, 0))));
+}
+VX_EXECUTE(pyIsIntHandler) {
+    reply(promise, truthValue(primitive::pyIsInt(addressArg(prhs, 0))));
+}
+VX_EXECUTE(pyIsLongHandler) {
+    reply(promise, truthValue(primitive::pyIsLong(addressArg(prhs, 0))));
+}
+VX_EXECUTE(pyIsFloatHandler) {
+    reply(promise, truthValue(primitive::pyIsFloat(addressArg(prhs, 0))));
+}
 VX_EXECUTE(pyIsComplexHandler) {
     reply(promise, truthValue(primitive::pyIsComplex(addressArg(prhs, 0))));
 }
-VX_EXECUTE(pyIsStringHandler) { reply(promise, truthValue(primitive::pyIsString(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyIsStringHandler) {
+    reply(promise, truthValue(primitive::pyIsString(addressArg(prhs, 0))));
+}
 VX_EXECUTE(pyIsUnicodeHandler) {
     reply(promise, truthValue(primitive::pyIsString(addressArg(prhs, 0))));
 }
@@ -30,12 +38,20 @@ VX_EXECUTE(pyIsSequenceHandler) {
 VX_EXECUTE(pyIsListHandler) {
     reply(promise, truthValue(object::pyIsBuiltin(addressArg(prhs, 0), "list")));
 }
-VX_EXECUTE(pyIsTupleHandler) { reply(promise, truthValue(sequence::pyTupleCheck(addressArg(prhs, 0)))); }
-VX_EXECUTE(pyIsMappingHandler) { reply(promise, truthValue(mapping::pyIsMapping(addressArg(prhs, 0)))); }
-VX_EXECUTE(pyIsDictHandler) { reply(promise, truthValue(mapping::pyIsDict(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyIsTupleHandler) {
+    reply(promise, truthValue(sequence::pyTupleCheck(addressArg(prhs, 0))));
+}
+VX_EXECUTE(pyIsMappingHandler) {
+    reply(promise, truthValue(mapping::pyIsMapping(addressArg(prhs, 0))));
+}
+VX_EXECUTE(pyIsDictHandler) {
+    reply(promise, truthValue(mapping::pyIsDict(addressArg(prhs, 0))));
+}
 
 // Constructors: element 0 of an argument of exactly the named type.
-VX_EXECUTE(pyCreateNoneHandler) { reply(promise, objectAddress(primitive::pyCreateNone())); }
+VX_EXECUTE(pyCreateNoneHandler) {
+    reply(promise, objectAddress(primitive::pyCreateNone()));
+}
 VX_EXECUTE(pyCreateBoolHandler) {
     reply(promise, objectAddress(primitive::pyCreateBool(scalarArg<bool>(prhs, 0))));
 }
@@ -66,7 +82,9 @@ VX_EXECUTE(pyCreateUnicodeHandler) {
 VX_EXECUTE(pyCreateTupleHandler) {
     reply(promise, objectAddress(sequence::pyTupleCreateSize(scalarArg<std::uint64_t>(prhs, 0))));
 }
-VX_EXECUTE(pyCreateDictHandler) { reply(promise, objectAddress(mapping::pyCreateDict())); }
+VX_EXECUTE(pyCreateDictHandler) {
+    reply(promise, objectAddress(mapping::pyCreateDict()));
+}
 
 // Getters. The second-rule reads leave a failed read's error set and reply
 // with the untouched zero; the host asks pyErrorOccurred.
@@ -99,8 +117,12 @@ VX_EXECUTE(pyComplexGetPiHandler) {
     primitive::pyComplexGetData(addressArg(prhs, 0), &re, &im);
     reply(promise, number(im));
 }
-VX_EXECUTE(pyStringGetDataHandler) { reply(promise, text(object::get_ustring(addressArg(prhs, 0)))); }
-VX_EXECUTE(pyUnicodeGetDataHandler) { reply(promise, text(object::get_ustring(addressArg(prhs, 0)))); }
+VX_EXECUTE(pyStringGetDataHandler) {
+    reply(promise, text(object::get_ustring(addressArg(prhs, 0))));
+}
+VX_EXECUTE(pyUnicodeGetDataHandler) {
+    reply(promise, text(object::get_ustring(addressArg(prhs, 0))));
+}
 VX_EXECUTE(pySequenceLengthHandler) {
     reply(promise, uint64Value(sequence::pySequenceLength(addressArg(prhs, 0))));
 }

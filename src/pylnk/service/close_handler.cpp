@@ -12,7 +12,7 @@ void pyCloseHandler::execute(const std::string&, size_t, ReplyPromise* promise, 
     try {
         pylnk_core::api::interpreter::pyClose();
     } catch (const pylnk_core::InternalPyException&) {
-        pylnk_core::api::exception::pyErrorClear();
+        exception::pyErrorClear();
     }
     reply(promise, successString());
 }

@@ -14,11 +14,6 @@
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
-namespace object = pylnk_core::api::object;
-namespace module = pylnk_core::api::module;
-namespace primitive = pylnk_core::api::primitive;
-namespace mapping = pylnk_core::api::mapping;
-using H = boost::shared_ptr<python::pyArray>;
 
 std::string relayLibraryName(const std::string& location) {
     static const std::pair<const char*, const char*> byArchitecture[] = {
@@ -72,11 +67,11 @@ void installConsoleRelay(const std::u16string& location) {
     }
     const std::string script = relayScript(libraryName);
     H compile = object::pyGetMember(builtins.get(), "compile");
-    H code = object::pyInvoke(compile.get(),
-                              {primitive::pyCreateString(script),
-                               primitive::pyCreateString(std::string("stdout")),
-                               primitive::pyCreateString(std::string("exec"))},
-                              {});
+    H code = object::pyInvoke(
+        compile.get(),
+        {primitive::pyCreateString(script), primitive::pyCreateString(std::string("stdout")),
+         primitive::pyCreateString(std::string("exec"))},
+        {});
     H eval = object::pyGetMember(builtins.get(), "eval");
     object::pyInvoke(eval.get(), {code, mapping::pyCreateDict()}, {});
 }
@@ -88,7 +83,8 @@ namespace {
 void printOnHost(const std::u16string& text) {
     try {
         auto errors = boost::make_shared<NullStreambuf>();
-        cmddistributor::RunOptions options = interprocess::feval::server::detail::runOptionsFactory();
+        cmddistributor::RunOptions options =
+            interprocess::feval::server::detail::runOptionsFactory();
         options.setErrStream(errors, cmddistributor::RunOptions::getDefaultSinkTraits());
         std::shared_ptr<zrt::ZRT> engine = interprocess::feval::server::detail::getZrt();
         auto id = zrt::ZRT::createRequestID();

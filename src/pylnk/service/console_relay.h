@@ -12,7 +12,7 @@ namespace pylnk {
 
 // Accepts and drops everything: the error stream of each print request.
 class NullStreambuf : public std::basic_streambuf<char16_t> {
-protected:
+  protected:
     int_type overflow(int_type c) override { return c; }
 };
 

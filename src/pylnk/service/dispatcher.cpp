@@ -58,7 +58,7 @@ void dispatch(HandlerTable& table, const std::string& name, size_t nlhs, ReplyPr
         // An error left set by an earlier command waits aside while this one
         // runs, and is back afterwards unless this command raised its own;
         // the three error commands work on it directly.
-        std::optional<pylnk_core::api::exception::PendingErrorAside> aside;
+        std::optional<exception::PendingErrorAside> aside;
         if (name != "pyErrorClear" && name != "pyErrorOccurred" && name != "pyErrorFetch") {
             aside.emplace();
         }

@@ -4,17 +4,19 @@
 
 namespace pylnk {
 
-namespace exception = pylnk_core::api::exception;
-
 VX_EXECUTE(pyErrorClearHandler) {
     exception::pyErrorClear();
     reply(promise, successString());
 }
 
-VX_EXECUTE(pyErrorOccurredHandler) { reply(promise, truthValue(exception::pyErrorOccurred())); }
+VX_EXECUTE(pyErrorOccurredHandler) {
+    reply(promise, truthValue(exception::pyErrorOccurred()));
+}
 
 // With no error set the bridge still gives an object (a tuple of three
 // None), so the reply is always an address.
-VX_EXECUTE(pyErrorFetchHandler) { reply(promise, objectAddress(exception::pyErrorFetch())); }
+VX_EXECUTE(pyErrorFetchHandler) {
+    reply(promise, objectAddress(exception::pyErrorFetch()));
+}
 
 }  // namespace pylnk

@@ -10,7 +10,9 @@ python::pyArray* addressArg(vd::Array* prhs, size_t index) {
     return reinterpret_cast<python::pyArray*>(scalarArg<std::uint64_t>(prhs, index));
 }
 
-std::string asciiArg(vd::Array* prhs, size_t index) { return vd::CharArray(prhs[index]).toAscii(); }
+std::string asciiArg(vd::Array* prhs, size_t index) {
+    return vd::CharArray(prhs[index]).toAscii();
+}
 
 std::u16string textArg(vd::Array* prhs, size_t index) {
     return vd::CharArray(prhs[index]).toUTF16();
@@ -27,21 +29,37 @@ vd::Array objectAddress(boost::shared_ptr<python::pyArray> object) {
     return uint64Value(objectRegistryRetain(std::move(object)));
 }
 
-vd::Array truthValue(bool value) { return vd::ArrayFactory().createScalar(value); }
+vd::Array truthValue(bool value) {
+    return vd::ArrayFactory().createScalar(value);
+}
 
-vd::Array uint64Value(std::uint64_t value) { return vd::ArrayFactory().createScalar(value); }
+vd::Array uint64Value(std::uint64_t value) {
+    return vd::ArrayFactory().createScalar(value);
+}
 
-vd::Array int64Value(std::int64_t value) { return vd::ArrayFactory().createScalar(value); }
+vd::Array int64Value(std::int64_t value) {
+    return vd::ArrayFactory().createScalar(value);
+}
 
-vd::Array number(double value) { return vd::ArrayFactory().createScalar(value); }
+vd::Array number(double value) {
+    return vd::ArrayFactory().createScalar(value);
+}
 
-vd::Array text(const std::u16string& value) { return vd::ArrayFactory().createCharArray(value); }
+vd::Array text(const std::u16string& value) {
+    return vd::ArrayFactory().createCharArray(value);
+}
 
-vd::Array text(const std::string& value) { return vd::ArrayFactory().createCharArray(value); }
+vd::Array text(const std::string& value) {
+    return vd::ArrayFactory().createCharArray(value);
+}
 
-vd::Array successString() { return vd::ArrayFactory().createScalar("success"); }
+vd::Array successString() {
+    return vd::ArrayFactory().createScalar("success");
+}
 
-vd::Array successCharArray() { return text(std::string("success")); }
+vd::Array successCharArray() {
+    return text(std::string("success"));
+}
 
 void reply(ReplyPromise* promise, vd::Array value) {
     Reply values;

@@ -18,22 +18,22 @@ using ReplyPromise = std::promise<Reply>;
 // end of the process. Handlers hold no state between calls and answer
 // through the promise exactly once (or throw, and the dispatcher answers).
 class PyHandlerBase {
-public:
+  public:
     PyHandlerBase();
     virtual ~PyHandlerBase();
     virtual void execute(const std::string& name, size_t nlhs, ReplyPromise* promise, size_t nrhs,
                          foundation::veltradata::Array* prhs) = 0;
 
-protected:
+  protected:
     python::IPythonAPI* api;
 };
 
 }  // namespace pylnk
 
 // Declares the handler class of one command: `<command>Handler`.
-#define VX_DECLARE_HANDLER(ClassName)                                                          \
-    class ClassName final : public ::pylnk::PyHandlerBase {                                    \
-    public:                                                                                    \
-        void execute(const std::string& name, size_t nlhs, ::pylnk::ReplyPromise* promise,     \
-                     size_t nrhs, foundation::veltradata::Array* prhs) override;               \
+#define VX_DECLARE_HANDLER(ClassName)                                                      \
+    class ClassName final : public ::pylnk::PyHandlerBase {                                \
+      public:                                                                              \
+        void execute(const std::string& name, size_t nlhs, ::pylnk::ReplyPromise* promise, \
+                     size_t nrhs, foundation::veltradata::Array* prhs) override;           \
     }

@@ -11,12 +11,6 @@
 
 namespace pylnk {
 
-namespace object = pylnk_core::api::object;
-namespace module = pylnk_core::api::module;
-namespace primitive = pylnk_core::api::primitive;
-namespace sequence = pylnk_core::api::sequence;
-using H = boost::shared_ptr<python::pyArray>;
-
 namespace {
 
 bool endsWith(std::string_view text, std::string_view suffix) {
@@ -64,7 +58,7 @@ auto step(const char* what, Step&& body) -> decltype(body()) {
     try {
         return body();
     } catch (const std::exception& failure) {
-        pylnk_core::api::exception::pyErrorClear();
+        exception::pyErrorClear();
         throw std::runtime_error(std::string("Python start-up failed while ") + what + ": " +
                                  failure.what());
     }
@@ -81,7 +75,8 @@ void prepareInterpreter(const std::u16string& location) {
     // Module metadata warm-up of sys goes here.
     searchPathStep(sys, location);
     H vxbuffer = importModule("importing libvxbuffer from the module folder", u"libvxbuffer");
-    H builtins = step("taking the builtins module", [] { return module::pyCreateBuiltinsModule(); });
+    H builtins =
+        step("taking the builtins module", [] { return module::pyCreateBuiltinsModule(); });
     // Module metadata warm-up of the builtins module goes here.
     H importlib = importModule("importing importlib", u"importlib");
     H ctypes = importModule("importing ctypes", u"ctypes");

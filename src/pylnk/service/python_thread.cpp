@@ -88,7 +88,9 @@ void pythonThreadMain(RequestQueue* queue, ReplyPromise& promise, vd::Array*& pr
     serveQueue(queue);
 }
 
-vd::Array token(const char* value) { return text(std::string(value)); }
+vd::Array token(const char* value) {
+    return text(std::string(value));
+}
 
 Lifecycle& lifecycle() {
     static Lifecycle instance;

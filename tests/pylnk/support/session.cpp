@@ -79,24 +79,34 @@ vd::Array startRequest(const PythonInstall& python, const std::string& location)
     return request;
 }
 
-std::string moduleFolder() { return VX_MODULE_FOLDER; }
+std::string moduleFolder() {
+    return VX_MODULE_FOLDER;
+}
 
 void startSystemPython() {
     ASSERT_EQ(textOf(call("attemptToStartPython", {startRequest(systemPython(), moduleFolder())})),
               "vx_success_token_for_oop_python");
 }
 
-vd::Array addressArray(Address address) { return vd::ArrayFactory().createScalar(address); }
+vd::Array addressArray(Address address) {
+    return vd::ArrayFactory().createScalar(address);
+}
 
 Address addressOf(const vd::Array& reply) {
     return vd::TypedArray<std::uint64_t>(reply)[0];
 }
 
-bool truthOf(const vd::Array& reply) { return vd::TypedArray<bool>(reply)[0]; }
+bool truthOf(const vd::Array& reply) {
+    return vd::TypedArray<bool>(reply)[0];
+}
 
-vd::Array uint64Array(std::uint64_t value) { return vd::ArrayFactory().createScalar(value); }
+vd::Array uint64Array(std::uint64_t value) {
+    return vd::ArrayFactory().createScalar(value);
+}
 
-vd::Array chars(const std::string& text) { return vd::ArrayFactory().createCharArray(text); }
+vd::Array chars(const std::string& text) {
+    return vd::ArrayFactory().createCharArray(text);
+}
 
 Address unicode(const std::u16string& text) {
     return addressOf(call("pyCreateUnicode", {vd::ArrayFactory().createCharArray(text)}));
@@ -110,7 +120,9 @@ Address tupleOf(const std::vector<Address>& items) {
     return tuple;
 }
 
-void release(Address object) { call("Release", {addressArray(object)}); }
+void release(Address object) {
+    call("Release", {addressArray(object)});
+}
 
 Address invoke(Address callable, const std::vector<Address>& args) {
     // The argument tuple is released at once, so that repeated calls leave
@@ -127,7 +139,9 @@ Address invoke(Address callable, const std::vector<Address>& args) {
     return result;
 }
 
-Address fetch(const std::string& dotted) { return addressOf(call("pyFetch", {chars(dotted)})); }
+Address fetch(const std::string& dotted) {
+    return addressOf(call("pyFetch", {chars(dotted)}));
+}
 
 namespace {
 
@@ -163,6 +177,8 @@ long long refcount(Address object) {
     return value - 1;
 }
 
-bool errorOccurred() { return truthOf(call("pyErrorOccurred")); }
+bool errorOccurred() {
+    return truthOf(call("pyErrorOccurred"));
+}
 
 }  // namespace vxtest

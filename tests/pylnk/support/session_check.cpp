@@ -15,27 +15,30 @@ int main(int argc, char** argv) {
     }
     PythonInstall python{argv[1], argv[2], argv[3], argv[4]};
     try {
-        const std::string token = textOf(call("attemptToStartPython", {startRequest(python, argv[5])}));
+        const std::string token =
+            textOf(call("attemptToStartPython", {startRequest(python, argv[5])}));
         std::cout << "start: " << token << "\n";
         if (token != "vx_success_token_for_oop_python") {
             return 1;
         }
         const std::string ping = textOf(call("Ping"));
         std::cout << "Ping: " << ping << "\n";
-        for (const char* name : {"sys.version", "sys.executable", "sys.prefix", "libvxbuffer.__file__"}) {
+        for (const char* name :
+             {"sys.version", "sys.executable", "sys.prefix", "libvxbuffer.__file__"}) {
             std::cout << name << ": " << strOf(fetch(name)) << "\n";
         }
         // A few commands of each family on this version.
         vd::ArrayFactory f;
-        const Address big = addressOf(call("pyCreateLong", {f.createScalar(std::int64_t{-1234567890123})}));
-        const bool numbers =
-            vd::TypedArray<std::int64_t>(call("pyLongGetDataInt64", {addressArray(big)}))[0] == -1234567890123;
+        const Address big =
+            addressOf(call("pyCreateLong", {f.createScalar(std::int64_t{-1234567890123})}));
+        const bool numbers = vd::TypedArray<std::int64_t>(call(
+                                 "pyLongGetDataInt64", {addressArray(big)}))[0] == -1234567890123;
         vd::Array matrix = f.createArray<double>({2, 3});
         const Address view = addressOf(call("pyCreateMemoryView", {matrix}));
-        const bool zeroCopy =
-            call("pyBufferGetData", {addressArray(view)}).getReadOnlyData() == matrix.getReadOnlyData();
-        const std::string text = strOf(invoke(fetch("textwrap.shorten"),
-                                              {unicode(u"one two three four"), eval("10")}));
+        const bool zeroCopy = call("pyBufferGetData", {addressArray(view)}).getReadOnlyData() ==
+                              matrix.getReadOnlyData();
+        const std::string text =
+            strOf(invoke(fetch("textwrap.shorten"), {unicode(u"one two three four"), eval("10")}));
         std::cout << "int64 round trip: " << numbers << ", zero-copy buffer: " << zeroCopy
                   << ", textwrap.shorten: " << text << "\n";
         release(view);
@@ -44,8 +47,7 @@ int main(int argc, char** argv) {
         const std::string after = textOf(call("Ping"));
         std::cout << "after pyClose: " << after << "\n";
         return ping == "success" && closed == "success" && numbers && zeroCopy &&
-                       text == "one [...]" &&
-                       after == "vx_discard_token_for_oop_python"
+                       text == "one [...]" && after == "vx_discard_token_for_oop_python"
                    ? 0
                    : 1;
     } catch (const std::exception& e) {
