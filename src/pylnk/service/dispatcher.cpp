@@ -36,7 +36,7 @@ void dispatch(HandlerTable& table, const std::string& name, size_t nlhs, ReplyPr
     static std::once_flag built;
     std::call_once(built, [&table] { buildHandlerTable(table); });
 
-    try {
+    std::exception_ptr failure = failureOf([&] {
         if (name == "Ping") {
             reply(promise, successCharArray());
             return;
@@ -63,12 +63,14 @@ void dispatch(HandlerTable& table, const std::string& name, size_t nlhs, ReplyPr
             aside.emplace();
         }
         found->second->execute(name, nlhs, promise, nrhs, prhs);
-    } catch (...) {
-        try {
-            replyWithCurrentException(promise);
-        } catch (const std::future_error&) {
-            // The handler had answered before it threw: the answer stands.
-        }
+    });
+    if (!failure) {
+        return;
+    }
+    try {
+        replyWithFailure(promise, std::move(failure));
+    } catch (const std::future_error&) {
+        // The handler had answered before it threw: the answer stands.
     }
 }
 

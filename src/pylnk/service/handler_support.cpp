@@ -67,8 +67,8 @@ void reply(ReplyPromise* promise, vd::Array value) {
     promise->set_value(std::move(values));
 }
 
-void replyWithCurrentException(ReplyPromise* promise) {
-    promise->set_exception(std::current_exception());
+void replyWithFailure(ReplyPromise* promise, std::exception_ptr failure) {
+    promise->set_exception(std::move(failure));
 }
 
 }  // namespace pylnk

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <string>
 
 #include "service/py_handler_base.h"
@@ -39,8 +40,21 @@ foundation::veltradata::Array successCharArray();
 
 // Answers the request with a reply of exactly one array.
 void reply(ReplyPromise* promise, foundation::veltradata::Array value);
-// Answers the request with the exception being handled.
-void replyWithCurrentException(ReplyPromise* promise);
+// Runs body; what it throws is returned (null when it returns normally), to
+// be handed to the caller's thread.
+template <class Body>
+std::exception_ptr failureOf(Body&& body) {
+    std::exception_ptr failure;
+    try {
+        body();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    return failure;
+}
+
+// Answers the request with a failure from failureOf.
+void replyWithFailure(ReplyPromise* promise, std::exception_ptr failure);
 
 }  // namespace pylnk
 

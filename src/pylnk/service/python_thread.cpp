@@ -16,11 +16,9 @@ namespace {
 // interpreter stays loaded and the thread goes on serving the queue; a later
 // attemptToStartPython runs the preparation again.
 void prepareAndAnswer(const std::u16string& location, ReplyPromise& promise) {
-    try {
-        prepareInterpreter(location);
-    } catch (...) {
+    if (std::exception_ptr failure = failureOf([&] { prepareInterpreter(location); })) {
         lifecycle().state = PythonState::Unprepared;
-        promise.set_exception(std::current_exception());
+        replyWithFailure(&promise, std::move(failure));
         return;
     }
     lifecycle().state = PythonState::Running;
@@ -31,10 +29,8 @@ void prepareAndAnswer(const std::u16string& location, ReplyPromise& promise) {
 // only its preparation is run again.
 void prepareAgain(const FevalRequest& request) {
     StartRequest start;
-    try {
-        start = readStartRequest(request.prhs);
-    } catch (...) {
-        request.promise->set_exception(std::current_exception());
+    if (std::exception_ptr failure = failureOf([&] { start = readStartRequest(request.prhs); })) {
+        replyWithFailure(request.promise, std::move(failure));
         return;
     }
     prepareAndAnswer(start.location, *request.promise);
@@ -72,10 +68,8 @@ void prepareAgain(const FevalRequest& request) {
 
 void pythonThreadMain(RequestQueue* queue, ReplyPromise& promise, vd::Array*& prhs) {
     StartRequest start;
-    try {
-        start = readStartRequest(prhs);
-    } catch (...) {
-        promise.set_exception(std::current_exception());
+    if (std::exception_ptr failure = failureOf([&] { start = readStartRequest(prhs); })) {
+        replyWithFailure(&promise, std::move(failure));
         return;
     }
     const int loaded = pylnk_core::loader::attemptToLoadPython(
