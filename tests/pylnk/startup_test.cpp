@@ -131,3 +131,22 @@ TEST(Startup, RequestsQueuedBeforeTheStartAreServedAfterIt) {
     startSystemPython();
     EXPECT_EQ(early.get(), "success");
 }
+
+TEST(Startup, CloseAnswersWhilePythonThreadsStillRun) {
+    startSystemPython();
+    // A thread that never ends: pyClose waits a bounded time, then closes.
+    exec("import threading, time\n"
+         "def forever():\n"
+         "    while True:\n"
+         "        time.sleep(0.01)\n"
+         "threading.Thread(target=forever).start()");
+    auto behind = std::async(std::launch::async, [] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        return textOf(call("Ping"));  // queued behind pyClose
+    });
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(textOf(call("pyClose")), "success");
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(30));
+    EXPECT_EQ(behind.get(), kDiscard);
+    EXPECT_EQ(textOf(call("Ping")), kDiscard);
+}

@@ -14,7 +14,7 @@ namespace vd = foundation::veltradata;
 VX_EXECUTE(AddRefHandler) {
     // A Python reference the registry knows nothing of: Release does not
     // give it back.
-    pyapi::managed::pyAddReference(addressArg(prhs, 0));
+    managed::pyAddReference(addressArg(prhs, 0));
     reply(promise, successString());
 }
 

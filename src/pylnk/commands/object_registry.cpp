@@ -17,7 +17,7 @@ std::uint64_t objectRegistryRetain(boost::shared_ptr<python::pyArray> object) {
     python::pyArray* raw = object.get();
     const auto key = reinterpret_cast<std::uint64_t>(raw);
     if (registry().insert(key).second) {
-        pyapi::managed::pyAddReference(raw);
+        managed::pyAddReference(raw);
     }
     return key;
 }
@@ -27,7 +27,7 @@ void objectRegistryRelease(python::pyArray* object) {
     if (registry().erase(key) == 0) {
         return;
     }
-    pyapi::managed::pyDeleteObject(object);
+    managed::pyDeleteObject(object);
 }
 
 size_t objectRegistrySize() {

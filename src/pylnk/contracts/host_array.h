@@ -2,5 +2,3 @@
 #pragma once
 
 #include <foundation/veltradata.h>
-
-namespace vx = foundation::veltradata;

@@ -4,8 +4,6 @@
 
 #include <pylnk_core/pylnk_core.h>
 
-namespace pyapi = pylnk_core::api;
-
 namespace pylnk {
 
 namespace object = pylnk_core::api::object;
@@ -15,6 +13,7 @@ namespace mapping = pylnk_core::api::mapping;
 namespace module = pylnk_core::api::module;
 namespace type = pylnk_core::api::type;
 namespace exception = pylnk_core::api::exception;
+namespace managed = pylnk_core::api::managed;
 using H = boost::shared_ptr<python::pyArray>;
 
 }  // namespace pylnk

@@ -19,10 +19,10 @@ std::u16string textArg(vd::Array* prhs, size_t index) {
 }
 
 boost::shared_ptr<python::pyArray> holderOf(python::pyArray* object) {
-    pyapi::managed::pyAddReference(object);
+    managed::pyAddReference(object);
     // If the control block cannot be allocated, shared_ptr runs the deleter
     // before it throws, so the reference is not lost.
-    return boost::shared_ptr<python::pyArray>(object, pyapi::PyArrayReleaser());
+    return boost::shared_ptr<python::pyArray>(object, pylnk_core::api::PyArrayReleaser());
 }
 
 vd::Array objectAddress(boost::shared_ptr<python::pyArray> object) {
