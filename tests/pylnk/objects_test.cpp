@@ -182,16 +182,10 @@ TEST_F(Objects, FetchAndModulesAnswerOrFailAsTheHostExpects) {
     // A module that raises while importing: pyCreateModule clears the error,
     // the report variant leaves it for the host.
     exec(
-        "import sys, types\n"
-        "src = 'raise ValueError(\"broken on import\")'\n"
-        "import importlib.abc, importlib.util\n"
-        "class Finder(importlib.abc.MetaPathFinder, importlib.abc.Loader):\n"
-        "    def find_spec(self, name, path, target=None):\n"
-        "        return importlib.util.spec_from_loader(name, self) if name == 'vx_broken' else "
-        "None\n"
-        "    def create_module(self, spec): return None\n"
-        "    def exec_module(self, module): exec(src, module.__dict__)\n"
-        "sys.meta_path.insert(0, Finder())");
+        "import sys, tempfile, os\n"
+        "folder = tempfile.mkdtemp()\n"
+        "open(os.path.join(folder, 'vx_broken.py'), 'w').write('raise ValueError(1)')\n"
+        "sys.path.insert(0, folder)");
     EXPECT_THROW(call("pyCreateModule", {chars("vx_broken")}), std::exception);
     EXPECT_FALSE(errorOccurred());
     EXPECT_THROW(call("pyCreateModuleException", {chars("vx_broken")}), std::exception);

@@ -135,11 +135,12 @@ TEST(Startup, RequestsQueuedBeforeTheStartAreServedAfterIt) {
 TEST(Startup, CloseAnswersWhilePythonThreadsStillRun) {
     startSystemPython();
     // A thread that never ends: pyClose waits a bounded time, then closes.
-    exec("import threading, time\n"
-         "def forever():\n"
-         "    while True:\n"
-         "        time.sleep(0.01)\n"
-         "threading.Thread(target=forever).start()");
+    exec(
+        "import threading, time\n"
+        "def forever():\n"
+        "    while True:\n"
+        "        time.sleep(0.01)\n"
+        "threading.Thread(target=forever).start()");
     auto behind = std::async(std::launch::async, [] {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         return textOf(call("Ping"));  // queued behind pyClose
