@@ -57,6 +57,18 @@ TEST(Door, BuiltinsAnswerWithCharArraysAndUnknownNamesFail) {
             EXPECT_NE(std::string(e.what()).find(name), std::string::npos) << e.what();
         }
     }
+    // Too few arguments are refused before anything reads past them.
+    for (const auto& [name, given] : std::vector<std::pair<std::string, size_t>>{
+             {"pyGetMember", 1}, {"pyTupleSet", 2}, {"Release", 0}}) {
+        try {
+            call(name,
+                 std::vector<vd::Array>(given, vd::ArrayFactory().createScalar(std::uint64_t{0})));
+            ADD_FAILURE() << name << " was answered";
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find(name + " expects"), std::string::npos) << e.what();
+        }
+    }
+    EXPECT_THROW(call("ChangeCurrentWorkingFolder"), std::invalid_argument);
     EXPECT_EQ(textOf(call("Ping")), "success");
 }
 

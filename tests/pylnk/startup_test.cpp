@@ -55,7 +55,8 @@ TEST(Startup, ConcurrentStartsAreSerialised) {
 }
 
 TEST(Startup, BadRequestsAreRefusedClearlyAndAGoodStartFollows) {
-    // Not a struct at all.
+    // No request, or not a struct at all.
+    EXPECT_THROW(call("attemptToStartPython"), std::invalid_argument);
     EXPECT_THROW(start(chars("python")), std::invalid_argument);
     // A missing field: the message names it.
     {

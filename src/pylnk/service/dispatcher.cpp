@@ -16,10 +16,10 @@ namespace vd = foundation::veltradata;
 
 namespace {
 
-void changeCurrentWorkingFolder(ReplyPromise* promise, vd::Array* prhs) {
+void changeCurrentWorkingFolder(ReplyPromise* promise, size_t nrhs, vd::Array* prhs) {
     // The folder must be a char array. Anything else is answered with a
     // stored exception instead of bringing the Python thread down.
-    if (prhs == nullptr || prhs[0].getType() != vd::ArrayType::CHAR) {
+    if (nrhs == 0 || prhs == nullptr || prhs[0].getType() != vd::ArrayType::CHAR) {
         throw std::invalid_argument(
             "ChangeCurrentWorkingFolder expects a char array holding the folder.");
     }
@@ -42,7 +42,7 @@ void dispatch(HandlerTable& table, const std::string& name, size_t nlhs, ReplyPr
             return;
         }
         if (name == "ChangeCurrentWorkingFolder") {
-            changeCurrentWorkingFolder(promise, prhs);
+            changeCurrentWorkingFolder(promise, nrhs, prhs);
             return;
         }
         if (name == "ClearMetadataMap") {
@@ -54,6 +54,10 @@ void dispatch(HandlerTable& table, const std::string& name, size_t nlhs, ReplyPr
         auto found = table.find(name);
         if (found == table.end()) {
             throw std::invalid_argument("Unknown command '" + name + "'.");
+        }
+        if (const size_t needed = argumentsOf(name); nrhs < needed || (needed > 0 && !prhs)) {
+            throw std::invalid_argument(name + " expects " + std::to_string(needed) +
+                                        " argument(s), got " + std::to_string(nrhs) + ".");
         }
         // An error left set by an earlier command waits aside while this one
         // runs, and is back afterwards unless this command raised its own;

@@ -30,6 +30,9 @@ void pushRequest(RequestQueue* queue, const std::string& name, size_t nlhs, Repl
 // a second consumer.
 void startPython(RequestQueue* queue, ReplyPromise& promise, std::future<Reply>& answer,
                  size_t nlhs, size_t nrhs, vd::Array* prhs) {
+    if (nrhs == 0) {
+        prhs = nullptr;  // no start request: refused as such, nothing is read
+    }
     auto& life = ::pylnk::lifecycle();
     std::unique_lock<std::mutex> serialised(life.startMutex);
     switch (life.state.load()) {

@@ -12,9 +12,16 @@ namespace pylnk {
 
 namespace {
 
+std::unordered_map<std::string, size_t>& argumentCounts() {
+    static std::unordered_map<std::string, size_t> counts;
+    return counts;
+}
+
+// One command: its handler and the number of arguments it reads.
 template <class Handler>
-void row(HandlerTable& table, const char* command) {
+void row(HandlerTable& table, const char* command, size_t arguments) {
     table.emplace(command, new Handler());
+    argumentCounts().emplace(command, arguments);
 }
 
 }  // namespace
@@ -22,84 +29,90 @@ void row(HandlerTable& table, const char* command) {
 PyHandlerBase::PyHandlerBase() : api(pylnk_core::loader::getAPI()) {}
 PyHandlerBase::~PyHandlerBase() = default;
 
-// One row per command; a name missing here is an unknown command. The
+// One row per command with the number of arguments its handler reads; a
+// name missing here is an unknown command. The
 // commands of the conversion, extraction and introspection families join
 // the table with their handlers.
 void buildHandlerTable(HandlerTable& table) {
-    row<AddRefHandler>(table, "AddRef");
-    row<ReleaseHandler>(table, "Release");
-    row<pyCloseHandler>(table, "pyClose");
-    row<pyInvokeIntHandler>(table, "pyInvokeInt");
-    row<pyInvokeUIntHandler>(table, "pyInvokeUInt");
-    row<pyCreateModuleHandler>(table, "pyCreateModule");
-    row<pyCreateModuleExceptionHandler>(table, "pyCreateModuleException");
-    row<pyCreateBuiltinModuleHandler>(table, "pyCreateBuiltinModule");
-    row<pyIsModuleHandler>(table, "pyIsModule");
-    row<pyHasMemberHandler>(table, "pyHasMember");
-    row<pyGetMemberHandler>(table, "pyGetMember");
-    row<pySetMemberHandler>(table, "pySetMember");
-    row<pyGetKeyHandler>(table, "pyGetKey");
-    row<pySetKeyHandler>(table, "pySetKey");
-    row<pyEqHandler>(table, "pyEq");
-    row<pyStrHandler>(table, "pyStr");
-    row<pyDirHandler>(table, "pyDir");
-    row<pyGetTypeHandler>(table, "pyGetType");
-    row<pyIsInstanceHandler>(table, "pyIsInstance");
-    row<pyIsSubclassHandler>(table, "pyIsSubclass");
-    row<pyIsCallableHandler>(table, "pyIsCallable");
-    row<pyInvokeHandler>(table, "pyInvoke");
-    row<pyGetHashHandler>(table, "pyGetHash");
-    row<pyIsTypeHandler>(table, "pyIsType");
-    row<pyIsSequenceHandler>(table, "pyIsSequence");
-    row<pyIsListHandler>(table, "pyIsList");
-    row<pyIsTupleHandler>(table, "pyIsTuple");
-    row<pySequenceLengthHandler>(table, "pySequenceLength");
-    row<pySequenceGetHandler>(table, "pySequenceGet");
-    row<pyMappingGetItemsHandler>(table, "pyMappingGetItems");
-    row<pyCreateTupleHandler>(table, "pyCreateTuple");
-    row<pyTupleSetHandler>(table, "pyTupleSet");
-    row<pyIsMappingHandler>(table, "pyIsMapping");
-    row<pyIsDictHandler>(table, "pyIsDict");
-    row<pyCreateDictHandler>(table, "pyCreateDict");
-    row<pyIsNoneHandler>(table, "pyIsNone");
-    row<pyCreateNoneHandler>(table, "pyCreateNone");
-    row<pyIsBoolHandler>(table, "pyIsBool");
-    row<pyCreateBoolHandler>(table, "pyCreateBool");
-    row<pyBoolGetDataHandler>(table, "pyBoolGetData");
-    row<pyIsIntHandler>(table, "pyIsInt");
-    row<pyCreateIntHandler>(table, "pyCreateInt");
-    row<pyIntGetDataHandler>(table, "pyIntGetData");
-    row<pyIsLongHandler>(table, "pyIsLong");
-    row<pyCreateLongHandler>(table, "pyCreateLong");
-    row<pyCreateULongHandler>(table, "pyCreateULong");
-    row<pyLongGetDataInt64Handler>(table, "pyLongGetDataInt64");
-    row<pyLongGetDataUInt64Handler>(table, "pyLongGetDataUInt64");
-    row<pyIsFloatHandler>(table, "pyIsFloat");
-    row<pyCreateFloatHandler>(table, "pyCreateFloat");
-    row<pyFloatGetDataHandler>(table, "pyFloatGetData");
-    row<pyIsComplexHandler>(table, "pyIsComplex");
-    row<pyCreateComplexHandler>(table, "pyCreateComplex");
-    row<pyComplexGetPrHandler>(table, "pyComplexGetPr");
-    row<pyComplexGetPiHandler>(table, "pyComplexGetPi");
-    row<pyIsStringHandler>(table, "pyIsString");
-    row<pyCreateStringHandler>(table, "pyCreateString");
-    row<pyStringGetDataHandler>(table, "pyStringGetData");
-    row<pyIsUnicodeHandler>(table, "pyIsUnicode");
-    row<pyCreateUnicodeHandler>(table, "pyCreateUnicode");
-    row<pyUnicodeGetDataHandler>(table, "pyUnicodeGetData");
-    row<pyGetBuiltinsNameHandler>(table, "pyGetBuiltinsName");
-    row<pyCreateBufferHandler>(table, "pyCreateBuffer");
-    row<pyIsColumnMajorHandler>(table, "pyIsColumnMajor");
-    row<pyCreateMemoryViewHandler>(table, "pyCreateMemoryView");
-    row<pyTypeSupportsBufferInterfaceHandler>(table, "pyTypeSupportsBufferInterface");
-    row<pyCheckBufferHandler>(table, "pyCheckBuffer");
-    row<pyBufferGetDataHandler>(table, "pyBufferGetData");
-    row<pyBufferGetFormatHandler>(table, "pyBufferGetFormat");
-    row<pyGetBufferDataInQLOrderHandler>(table, "pyGetBufferDataInQLOrder");
-    row<pyErrorClearHandler>(table, "pyErrorClear");
-    row<pyErrorOccurredHandler>(table, "pyErrorOccurred");
-    row<pyErrorFetchHandler>(table, "pyErrorFetch");
-    row<pyFetchHandler>(table, "pyFetch");
+    row<AddRefHandler>(table, "AddRef", 1);
+    row<ReleaseHandler>(table, "Release", 1);
+    row<pyCloseHandler>(table, "pyClose", 0);
+    row<pyInvokeIntHandler>(table, "pyInvokeInt", 1);
+    row<pyInvokeUIntHandler>(table, "pyInvokeUInt", 1);
+    row<pyCreateModuleHandler>(table, "pyCreateModule", 1);
+    row<pyCreateModuleExceptionHandler>(table, "pyCreateModuleException", 1);
+    row<pyCreateBuiltinModuleHandler>(table, "pyCreateBuiltinModule", 0);
+    row<pyIsModuleHandler>(table, "pyIsModule", 1);
+    row<pyHasMemberHandler>(table, "pyHasMember", 2);
+    row<pyGetMemberHandler>(table, "pyGetMember", 2);
+    row<pySetMemberHandler>(table, "pySetMember", 3);
+    row<pyGetKeyHandler>(table, "pyGetKey", 2);
+    row<pySetKeyHandler>(table, "pySetKey", 3);
+    row<pyEqHandler>(table, "pyEq", 2);
+    row<pyStrHandler>(table, "pyStr", 1);
+    row<pyDirHandler>(table, "pyDir", 1);
+    row<pyGetTypeHandler>(table, "pyGetType", 1);
+    row<pyIsInstanceHandler>(table, "pyIsInstance", 2);
+    row<pyIsSubclassHandler>(table, "pyIsSubclass", 2);
+    row<pyIsCallableHandler>(table, "pyIsCallable", 1);
+    row<pyInvokeHandler>(table, "pyInvoke", 2);
+    row<pyGetHashHandler>(table, "pyGetHash", 1);
+    row<pyIsTypeHandler>(table, "pyIsType", 1);
+    row<pyIsSequenceHandler>(table, "pyIsSequence", 1);
+    row<pyIsListHandler>(table, "pyIsList", 1);
+    row<pyIsTupleHandler>(table, "pyIsTuple", 1);
+    row<pySequenceLengthHandler>(table, "pySequenceLength", 1);
+    row<pySequenceGetHandler>(table, "pySequenceGet", 2);
+    row<pyMappingGetItemsHandler>(table, "pyMappingGetItems", 1);
+    row<pyCreateTupleHandler>(table, "pyCreateTuple", 1);
+    row<pyTupleSetHandler>(table, "pyTupleSet", 3);
+    row<pyIsMappingHandler>(table, "pyIsMapping", 1);
+    row<pyIsDictHandler>(table, "pyIsDict", 1);
+    row<pyCreateDictHandler>(table, "pyCreateDict", 0);
+    row<pyIsNoneHandler>(table, "pyIsNone", 1);
+    row<pyCreateNoneHandler>(table, "pyCreateNone", 0);
+    row<pyIsBoolHandler>(table, "pyIsBool", 1);
+    row<pyCreateBoolHandler>(table, "pyCreateBool", 1);
+    row<pyBoolGetDataHandler>(table, "pyBoolGetData", 1);
+    row<pyIsIntHandler>(table, "pyIsInt", 1);
+    row<pyCreateIntHandler>(table, "pyCreateInt", 1);
+    row<pyIntGetDataHandler>(table, "pyIntGetData", 1);
+    row<pyIsLongHandler>(table, "pyIsLong", 1);
+    row<pyCreateLongHandler>(table, "pyCreateLong", 1);
+    row<pyCreateULongHandler>(table, "pyCreateULong", 1);
+    row<pyLongGetDataInt64Handler>(table, "pyLongGetDataInt64", 1);
+    row<pyLongGetDataUInt64Handler>(table, "pyLongGetDataUInt64", 1);
+    row<pyIsFloatHandler>(table, "pyIsFloat", 1);
+    row<pyCreateFloatHandler>(table, "pyCreateFloat", 1);
+    row<pyFloatGetDataHandler>(table, "pyFloatGetData", 1);
+    row<pyIsComplexHandler>(table, "pyIsComplex", 1);
+    row<pyCreateComplexHandler>(table, "pyCreateComplex", 2);
+    row<pyComplexGetPrHandler>(table, "pyComplexGetPr", 1);
+    row<pyComplexGetPiHandler>(table, "pyComplexGetPi", 1);
+    row<pyIsStringHandler>(table, "pyIsString", 1);
+    row<pyCreateStringHandler>(table, "pyCreateString", 2);
+    row<pyStringGetDataHandler>(table, "pyStringGetData", 1);
+    row<pyIsUnicodeHandler>(table, "pyIsUnicode", 1);
+    row<pyCreateUnicodeHandler>(table, "pyCreateUnicode", 1);
+    row<pyUnicodeGetDataHandler>(table, "pyUnicodeGetData", 1);
+    row<pyGetBuiltinsNameHandler>(table, "pyGetBuiltinsName", 0);
+    row<pyCreateBufferHandler>(table, "pyCreateBuffer", 1);
+    row<pyIsColumnMajorHandler>(table, "pyIsColumnMajor", 1);
+    row<pyCreateMemoryViewHandler>(table, "pyCreateMemoryView", 1);
+    row<pyTypeSupportsBufferInterfaceHandler>(table, "pyTypeSupportsBufferInterface", 2);
+    row<pyCheckBufferHandler>(table, "pyCheckBuffer", 1);
+    row<pyBufferGetDataHandler>(table, "pyBufferGetData", 1);
+    row<pyBufferGetFormatHandler>(table, "pyBufferGetFormat", 1);
+    row<pyGetBufferDataInQLOrderHandler>(table, "pyGetBufferDataInQLOrder", 0);
+    row<pyErrorClearHandler>(table, "pyErrorClear", 0);
+    row<pyErrorOccurredHandler>(table, "pyErrorOccurred", 0);
+    row<pyErrorFetchHandler>(table, "pyErrorFetch", 0);
+    row<pyFetchHandler>(table, "pyFetch", 1);
+}
+
+size_t argumentsOf(const std::string& command) {
+    auto found = argumentCounts().find(command);
+    return found == argumentCounts().end() ? 0 : found->second;
 }
 
 }  // namespace pylnk
