@@ -1,6 +1,9 @@
-// Helpers shared by the tests and the version probe: the interpreters on the
-// machine, and Python text run in __main__'s namespace.
+// The system's Python 3.11 (with NumPy and pandas), Python text run in
+// __main__'s namespace, and a fixture that starts the interpreter once per
+// test process.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
@@ -32,18 +35,15 @@ inline int load(const PythonInstall& python, const std::u16string& home = u"",
                                        path, false);
 }
 
-inline PyHolder callBuiltin(const char16_t* name, const std::string& code) {
-    PyHolder function = fetch::fetch(name);
+// An expression's value, or (with exec) None after running statements.
+inline PyHolder evaluate(const std::string& code, const char16_t* builtin = u"eval") {
     PyHolder scope = fetch::fetch(u"__main__.__dict__");
-    return api::object::pyInvoke(function.get(), {api::primitive::pyCreateString(code), scope}, {});
-}
-
-inline PyHolder evaluate(const std::string& expression) {
-    return callBuiltin(u"eval", expression);
+    return api::object::pyInvoke(fetch::fetch(builtin).get(),
+                                 {api::primitive::pyCreateString(code), scope}, {});
 }
 
 inline void run(const std::string& code) {
-    callBuiltin(u"exec", code);
+    evaluate(code, u"exec");
 }
 
 inline std::string str(python::pyArray* object) {
@@ -72,5 +72,19 @@ inline std::string caughtSignals() {
     }
     return "";
 }
+
+class PythonTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!loader::isPythonLoaded()) {
+            if (!installed(kSystemPython)) {
+                GTEST_SKIP() << "the system's Python 3.11 is not installed";
+            }
+            ASSERT_EQ(load(kSystemPython), 0);
+        }
+    }
+
+    void TearDown() override { api::exception::pyErrorClear(); }
+};
 
 }  // namespace pylnk_core::testing

