@@ -82,13 +82,4 @@ void pythonThreadMain(RequestQueue* queue, ReplyPromise& promise, vd::Array*& pr
     serveQueue(queue);
 }
 
-vd::Array token(const char* value) {
-    return text(std::string(value));
-}
-
-Lifecycle& lifecycle() {
-    static Lifecycle instance;
-    return instance;
-}
-
 }  // namespace pylnk
