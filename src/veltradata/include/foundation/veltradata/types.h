@@ -94,13 +94,23 @@ bool operator==(const optional<T>& a, const optional<U>& b) {
 // element is not the same as an empty one.
 using VELTRAString = optional<std::u16string>;
 
-// Narrow text is UTF-8 throughout the library. Code units of UTF-16 that form
-// a surrogate pair are combined; a lone surrogate is encoded as its own three
-// bytes so that nothing is lost and decoding gives it back.
-std::string utf16ToUtf8(std::u16string_view text);
-// Decodes UTF-8 (including the three-byte form of lone surrogates produced
-// above). Malformed input raises InvalidTextException.
-std::u16string utf8ToUtf16(std::string_view text);
+// Narrow text is UTF-8 throughout the library. These two conversions are
+// the only UTF transcoder of the project; the policy says what happens to
+// ill-formed input: a lone surrogate in UTF-16, or a stray, truncated,
+// overlong or out-of-range sequence in UTF-8.
+enum class IllFormedText {
+    // The library's own choice: a lone surrogate is encoded as its own three
+    // bytes, so nothing is lost and decoding gives it back; any other
+    // ill-formed UTF-8 raises InvalidTextException.
+    Keep,
+    // Each maximal ill-formed part becomes one U+FFFD (text on its way to a
+    // human reader).
+    Replace,
+    // InvalidTextException.
+    Throw,
+};
+std::string utf16ToUtf8(std::u16string_view text, IllFormedText policy = IllFormedText::Keep);
+std::u16string utf8ToUtf16(std::string_view text, IllFormedText policy = IllFormedText::Keep);
 
 }  // namespace foundation::veltradata
 
