@@ -10,16 +10,19 @@
 namespace zrt {
 namespace {
 
+// Both are never destroyed: threads of Python code may still print while the
+// process runs its exit handlers.
+
 // Recursive, so that a sink which prints in turn does not lock itself out.
 std::recursive_mutex& consoleMutex() {
-    static std::recursive_mutex mutex;
-    return mutex;
+    static auto* mutex = new std::recursive_mutex;
+    return *mutex;
 }
 
 // Empty means the default sink.
 ConsoleSink& currentSink() {
-    static ConsoleSink sink;
-    return sink;
+    static auto* sink = new ConsoleSink;
+    return *sink;
 }
 
 }  // namespace

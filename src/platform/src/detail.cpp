@@ -3,8 +3,10 @@
 namespace interprocess::feval::server::detail {
 
 std::shared_ptr<zrt::ZRT> getZrt() {
-    static const std::shared_ptr<zrt::ZRT> engine = std::make_shared<zrt::ZRT>();
-    return engine;
+    // Never destroyed: threads of Python code may still print while the
+    // process runs its exit handlers.
+    static const auto* engine = new std::shared_ptr<zrt::ZRT>(std::make_shared<zrt::ZRT>());
+    return *engine;
 }
 
 cmddistributor::RunOptions runOptionsFactory() {

@@ -59,8 +59,8 @@ void runFprintf(const std::vector<vd::Array>& args, std::size_t nlhs) {
 
 // Callers may share one stream through copies of their options.
 std::mutex& errStreamMutex() {
-    static std::mutex mutex;
-    return mutex;
+    static auto* mutex = new std::mutex;  // never destroyed, as the console's
+    return *mutex;
 }
 
 void reportError(const cmddistributor::RunOptions& options, const std::string& message) {

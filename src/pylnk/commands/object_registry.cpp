@@ -7,8 +7,10 @@ namespace {
 
 // Touched on the Python thread only, hence no lock.
 std::unordered_set<std::uint64_t>& registry() {
-    static std::unordered_set<std::uint64_t> addresses;
-    return addresses;
+    // Never destroyed: the Python thread may run a command while the process
+    // runs its exit handlers.
+    static auto* addresses = new std::unordered_set<std::uint64_t>;
+    return *addresses;
 }
 
 }  // namespace

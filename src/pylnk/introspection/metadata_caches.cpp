@@ -2,14 +2,16 @@
 
 namespace pylnk {
 
+// Never destroyed: the Python thread may run a command while the process
+// runs its exit handlers.
 MetadataCache& classMetadataCache() {
-    static MetadataCache cache;
-    return cache;
+    static auto* cache = new MetadataCache;
+    return *cache;
 }
 
 MetadataCache& moduleMetadataCache() {
-    static MetadataCache cache;
-    return cache;
+    static auto* cache = new MetadataCache;
+    return *cache;
 }
 
 }  // namespace pylnk

@@ -9,8 +9,10 @@ foundation::veltradata::Array token(const char* value) {
 }
 
 Lifecycle& lifecycle() {
-    static Lifecycle instance;
-    return instance;
+    // Never destroyed: the Python thread lives until the process ends, also
+    // while the process runs its exit handlers.
+    static auto* instance = new Lifecycle;
+    return *instance;
 }
 
 }  // namespace pylnk

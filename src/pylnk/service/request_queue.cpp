@@ -26,8 +26,8 @@ RequestQueue* requestQueue() {
 }
 
 std::mutex& requestPushMutex() {
-    static std::mutex mutex;
-    return mutex;
+    static auto* mutex = new std::mutex;  // never destroyed, like the queue
+    return *mutex;
 }
 
 }  // namespace pylnk
