@@ -71,8 +71,8 @@ class PythonAPI final : public python::IPythonAPI {
 }  // namespace
 
 python::IPythonAPI* loader::getAPI() {
-    static PythonAPI instance;
-    return &instance;
+    static auto* instance = new PythonAPI;  // never destroyed, as the state
+    return instance;
 }
 
 }  // namespace pylnk_core

@@ -179,14 +179,16 @@ struct Settings {
     std::string version;
 };
 
+// Never destroyed: the interpreter keeps pointers into the settings for as
+// long as it runs, which may be into the process's exit handlers.
 Settings& settings() {
-    static Settings instance;
-    return instance;
+    static auto* instance = new Settings;
+    return *instance;
 }
 
 std::mutex& loadMutex() {
-    static std::mutex instance;
-    return instance;
+    static auto* instance = new std::mutex;
+    return *instance;
 }
 
 LoadStatus load(const std::u16string& version, const std::u16string& library,

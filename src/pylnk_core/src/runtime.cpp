@@ -18,9 +18,11 @@ struct State {
     PyObject* support = nullptr;
 };
 
+// Process-wide state of this file and the ones below, never destroyed: the
+// interpreter's thread may run while the process runs its exit handlers.
 State& state() {
-    static State instance;
-    return instance;
+    static auto* instance = new State;
+    return *instance;
 }
 
 // The one choice that depends on the running version.

@@ -32,10 +32,10 @@ void requireObject(python::pyArray* pointer) {
 // becomes of the buffer they came from. Only supported formats are kept: a
 // small, bounded set.
 const char* internFormat(const std::string& format) {
-    static std::mutex mutex;
-    static std::set<std::string> formats;
-    std::lock_guard lock(mutex);
-    return formats.insert(format).first->c_str();
+    static auto* mutex = new std::mutex;  // both never destroyed: see above
+    static auto* formats = new std::set<std::string>;
+    std::lock_guard lock(*mutex);
+    return formats->insert(format).first->c_str();
 }
 
 // The host array type of a layout, or TypeError.
