@@ -234,7 +234,14 @@ void buffers() {
         host[k] = static_cast<double>(k);
     }
     const Address view = object("pyCreateMemoryView", {host});
-    const Address numpy = object("pyCreateModule", {chars("numpy")});
+    Address numpy = 0;
+    try {
+        numpy = object("pyCreateModule", {chars("numpy")});
+    } catch (const std::exception& e) {
+        say("This interpreter has no NumPy (" + std::string(e.what()) +
+            "); Debian's /usr/bin/python3 has it.");
+        return;
+    }
     const Address matrix = invoke(member(numpy, "asarray"), {view});
     say("A 3 by 4 host matrix handed to NumPy: numpy.asarray(view).shape = " +
         narrow(textOfObject(member(matrix, "shape"))));
@@ -283,11 +290,16 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
-    hostArrays();
-    startAndPing();
-    pythonPrograms();
-    buffers();
-    releaseMade();
-    closeDown();
+    try {
+        hostArrays();
+        startAndPing();
+        pythonPrograms();
+        buffers();
+        releaseMade();
+        closeDown();
+    } catch (const std::exception& e) {
+        std::cerr << "The tour stopped: " << e.what() << "\n";
+        return 1;
+    }
     return 0;
 }
