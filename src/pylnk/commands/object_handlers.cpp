@@ -1,6 +1,5 @@
 #include "commands/object_handlers.h"
 
-#include <iostream>
 #include <stdexcept>
 
 #include "commands/object_registry.h"
@@ -19,9 +18,6 @@ VX_EXECUTE(AddRefHandler) {
 }
 
 VX_EXECUTE(ReleaseHandler) {
-    if (prhs[0].getType() != vd::ArrayType::UINT64) {
-        std::cout << "what?" << std::endl;
-    }
     objectRegistryRelease(addressArg(prhs, 0));
     reply(promise, successString());
 }
