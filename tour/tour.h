@@ -19,8 +19,7 @@ using Address = std::uint64_t;
 extern std::map<std::string, std::string> options;
 
 // Sends one command and returns the reply arrays; a stored failure is thrown.
-std::vector<vd::Array> call(const std::string& name, std::vector<vd::Array> args,
-                            size_t nlhs = 1);
+std::vector<vd::Array> call(const std::string& name, std::vector<vd::Array> args, size_t nlhs = 1);
 
 void say(const std::string& text);
 void chapter(const std::string& title);
