@@ -287,8 +287,10 @@ Ref callSupport(const char* function, std::initializer_list<PyObject*> args, PyO
         checked(t.PyDict_SetItemString(scope.get(), "__builtins__", builtins.get()));
         Ref name = newString("_pylnk_core_support");
         checked(t.PyDict_SetItemString(scope.get(), "__name__", name.get()));
-        checked(t.PyRun_StringFlags(kSupportSource, capi::Py_file_input, scope.get(), scope.get(),
-                                    nullptr));
+        for (const char* const* source = supportSources(); *source != nullptr; ++source) {
+            checked(t.PyRun_StringFlags(*source, capi::Py_file_input, scope.get(), scope.get(),
+                                        nullptr));
+        }
         s.support = scope.release();
     }
     PyObject* callable = t.PyDict_GetItemString(s.support, function);

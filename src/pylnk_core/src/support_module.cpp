@@ -186,4 +186,9 @@ def stop_threads(timeout):
     threading._shutdown = lambda: None
 )PY";
 
+const char* const* supportSources() {
+    static const char* const sources[] = {kSupportSource, nullptr};
+    return sources;
+}
+
 }  // namespace pylnk_core::detail

@@ -3,8 +3,11 @@
 
 namespace pylnk_core::detail {
 
-// Compiled once per interpreter into a private namespace (see callSupport).
-// Written for every supported version, 3.8 and later.
+// Compiled once per interpreter, in this order, into one private namespace
+// (see callSupport). Written for every supported version, 3.8 and later.
+// Each area of the bridge that is plain Python keeps its source in a file of
+// its own and adds it to the list in support_module.cpp.
 extern const char* const kSupportSource;
+const char* const* supportSources();
 
 }  // namespace pylnk_core::detail
