@@ -1,18 +1,31 @@
 #include "commands/invoke_handlers.h"
 
+#include "from_python/object_result.h"
 #include "service/handler_support.h"
 
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
 
-VX_EXECUTE(pyInvokeHandler) {
+namespace {
+
+// The call of pyInvoke and pyInvokeFast: callable, tuple and, unless only
+// two arguments came, a keyword dict, all by address.
+H invokeByAddress(size_t nrhs, vd::Array* prhs) {
     vd::TypedArray<std::uint64_t> callable(prhs[0]);
     vd::TypedArray<std::uint64_t> arguments(prhs[1]);
-    // Two arguments: no keyword dict.
     python::pyArray* keywords = nrhs == 2 ? nullptr : addressArg(prhs, 2);
-    reply(promise,
-          objectAddress(object::pyInvoke(addressArg(prhs, 0), addressArg(prhs, 1), keywords)));
+    return object::pyInvoke(addressArg(prhs, 0), addressArg(prhs, 1), keywords);
+}
+
+}  // namespace
+
+VX_EXECUTE(pyInvokeHandler) {
+    reply(promise, objectAddress(invokeByAddress(nrhs, prhs)));
+}
+
+VX_EXECUTE(pyInvokeFastHandler) {
+    reply(promise, buildObjectResult(invokeByAddress(nrhs, prhs), classMetadataCache()));
 }
 
 namespace {

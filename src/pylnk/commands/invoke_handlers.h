@@ -8,5 +8,7 @@ namespace pylnk {
 VX_DECLARE_HANDLER(pyInvokeHandler);
 VX_DECLARE_HANDLER(pyInvokeIntHandler);
 VX_DECLARE_HANDLER(pyInvokeUIntHandler);
+// pyInvoke answering with the whole object result of the returned value.
+VX_DECLARE_HANDLER(pyInvokeFastHandler);
 
 }  // namespace pylnk

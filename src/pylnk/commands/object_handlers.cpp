@@ -1,9 +1,11 @@
 #include "commands/object_handlers.h"
 
+#include <iostream>
 #include <stdexcept>
 
 #include "commands/object_registry.h"
 #include "introspection/metadata_caches.h"
+#include "service/exception_report.h"
 #include "service/handler_support.h"
 
 namespace pylnk {
@@ -18,6 +20,10 @@ VX_EXECUTE(AddRefHandler) {
 }
 
 VX_EXECUTE(ReleaseHandler) {
+    // The host's side looks for this on the worker's own output.
+    if (prhs[0].getType() != vd::ArrayType::UINT64) {
+        std::cout << "what?" << std::endl;
+    }
     objectRegistryRelease(addressArg(prhs, 0));
     reply(promise, successString());
 }
@@ -58,9 +64,8 @@ VX_EXECUTE(pyGetHashHandler) {
         // Sign-extended: a negative hash arrives as a large unsigned number.
         hash = uint64Value(static_cast<std::uint64_t>(static_cast<std::int64_t>(value)));
     } catch (const pylnk_core::InternalPyException&) {
-        // The exception report structure will answer here; until then the
-        // failure takes the default road with the Python error left set.
-        throw;
+        // An unhashable object is an answer the host reads, not a failure.
+        hash = reportFromInterpreter();
     }
     reply(promise, hash);
 }
@@ -108,16 +113,17 @@ VX_EXECUTE(pyCreateModuleHandler) {
 
 VX_EXECUTE(pyCreateModuleExceptionHandler) {
     vd::CharArray moduleName(prhs[0]);
+    vd::Array result;
     try {
-        reply(promise, importModule(moduleName));
+        result = importModule(moduleName);
     } catch (const pylnk_core::InternalPyException&) {
-        // The exception report structure will answer here; until then the
-        // failure takes the default road with the Python error left set.
-        throw;
+        // A failed import is an answer the host reads, not a failure.
+        result = reportFromInterpreter();
     } catch (...) {
         exception::pyErrorClear();
         throw;
     }
+    reply(promise, result);
 }
 
 VX_EXECUTE(pyCreateBuiltinModuleHandler) {

@@ -5,6 +5,8 @@
 #include "commands/member_handlers.h"
 #include "commands/object_handlers.h"
 #include "commands/scalar_handlers.h"
+#include "from_python/property_handlers.h"
+#include "introspection/class_handlers.h"
 #include "service/close_handler.h"
 #include "service/error_handlers.h"
 
@@ -56,7 +58,10 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyIsSubclassHandler>(table, "pyIsSubclass", 2);
     row<pyIsCallableHandler>(table, "pyIsCallable", 1);
     row<pyInvokeHandler>(table, "pyInvoke", 2);
+    row<pyInvokeFastHandler>(table, "pyInvokeFast", 2);
     row<pyGetHashHandler>(table, "pyGetHash", 1);
+    row<pyGetPropertyValueFastHandler>(table, "pyGetPropertyValueFast", 2);
+    row<pyGetPropertyValueStructHandler>(table, "pyGetPropertyStruct", 2);
     row<pyIsTypeHandler>(table, "pyIsType", 1);
     row<pyIsSequenceHandler>(table, "pyIsSequence", 1);
     row<pyIsListHandler>(table, "pyIsList", 1);
@@ -95,6 +100,9 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyIsUnicodeHandler>(table, "pyIsUnicode", 1);
     row<pyCreateUnicodeHandler>(table, "pyCreateUnicode", 1);
     row<pyUnicodeGetDataHandler>(table, "pyUnicodeGetData", 1);
+    row<pyGetClassMetaDataHandler>(table, "pyGetClassMetaData", 1);
+    row<pyGetClassPropertiesHandler>(table, "pyGetClassProperties", 1);
+    row<pyInspectFastHandler>(table, "pyInspectFast", 2);
     row<pyGetBuiltinsNameHandler>(table, "pyGetBuiltinsName", 0);
     row<pyCreateBufferHandler>(table, "pyCreateBuffer", 1);
     row<pyIsColumnMajorHandler>(table, "pyIsColumnMajor", 1);

@@ -30,6 +30,43 @@ std::string textOf(const vd::Array& value) {
     return vd::CharArray(vd::ArrayFactory().createCharArray(*element)).toAscii();
 }
 
+vd::Array field(const vd::Array& structArray, const std::string& name, size_t index) {
+    vd::StructArray s(structArray);
+    return s[index][name];
+}
+
+std::vector<std::string> fieldNames(const vd::Array& structArray) {
+    std::vector<std::string> names;
+    for (const auto& name : vd::StructArray(structArray).getFieldNames()) {
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+std::vector<std::optional<std::string>> stringsOf(const vd::Array& strings) {
+    vd::TypedArray<vd::VELTRAString> view(strings);
+    std::vector<std::optional<std::string>> values;
+    for (size_t k = 0; k < view.getNumberOfElements(); ++k) {
+        vd::VELTRAString element = view[k];
+        if (element) {
+            values.emplace_back(
+                vd::CharArray(vd::ArrayFactory().createCharArray(*element)).toAscii());
+        } else {
+            values.emplace_back(std::nullopt);
+        }
+    }
+    return values;
+}
+
+std::vector<bool> logicalsOf(const vd::Array& logicals) {
+    vd::TypedArray<bool> view(logicals);
+    std::vector<bool> values;
+    for (size_t k = 0; k < view.getNumberOfElements(); ++k) {
+        values.push_back(view[k]);
+    }
+    return values;
+}
+
 std::optional<PythonInstall> describePython(const std::string& executable) {
     const std::string command =
         "'" + executable +

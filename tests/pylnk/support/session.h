@@ -19,6 +19,17 @@ vd::Array call(const std::string& name, std::vector<vd::Array> args = {});
 // Narrow text of a char array or of a 1x1 string array.
 std::string textOf(const vd::Array& value);
 
+// --- reading reply structures ----------------------------------------------
+
+// The value of a field of element `index` of a struct array.
+vd::Array field(const vd::Array& structArray, const std::string& name, size_t index = 0);
+// Field names in their declared order.
+std::vector<std::string> fieldNames(const vd::Array& structArray);
+// Elements of a string array in storage order; a missing one is nullopt.
+std::vector<std::optional<std::string>> stringsOf(const vd::Array& strings);
+// Elements of a logical array in storage order.
+std::vector<bool> logicalsOf(const vd::Array& logicals);
+
 // What the host learns of an interpreter by asking it (never the library).
 struct PythonInstall {
     std::string executable;
