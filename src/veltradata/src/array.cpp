@@ -185,12 +185,16 @@ void* copyElements(const ArrayImpl& impl) {
 }
 
 std::size_t FieldTable::find(const std::string& name) const {
-    auto it = positions.find(name);
-    if (it == positions.end()) {
-        throw InvalidFieldNameException("The struct array has no field '" + name +
-                                        "'; its fields are " + describe() + ".");
+    if (positions.empty()) {
+        auto it = std::find(names.begin(), names.end(), name);
+        if (it != names.end()) {
+            return static_cast<std::size_t>(it - names.begin());
+        }
+    } else if (auto it = positions.find(name); it != positions.end()) {
+        return it->second;
     }
-    return it->second;
+    throw InvalidFieldNameException("The struct array has no field '" + name +
+                                    "'; its fields are " + describe() + ".");
 }
 
 std::string FieldTable::describe() const {
@@ -203,10 +207,23 @@ std::string FieldTable::describe() const {
 
 std::shared_ptr<const FieldTable> makeFieldTable(std::vector<std::string> names) {
     auto table = std::make_shared<FieldTable>();
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (!table->positions.emplace(names[i], i).second) {
-            throw InvalidFieldNameException("The field name '" + names[i] +
-                                            "' is given more than once.");
+    // Most structs have a handful of fields: a scan of the names beats
+    // building a hash table for each of them.
+    constexpr std::size_t kScannedFields = 16;
+    if (names.size() <= kScannedFields) {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            if (std::find(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(i),
+                          names[i]) != names.begin() + static_cast<std::ptrdiff_t>(i)) {
+                throw InvalidFieldNameException("The field name '" + names[i] +
+                                                "' is given more than once.");
+            }
+        }
+    } else {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            if (!table->positions.emplace(names[i], i).second) {
+                throw InvalidFieldNameException("The field name '" + names[i] +
+                                                "' is given more than once.");
+            }
         }
     }
     table->names = std::move(names);
