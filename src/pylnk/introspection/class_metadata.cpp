@@ -277,7 +277,10 @@ vd::StructArray buildBareClassMetadata(H name, H cls) {
 vd::StructArray buildClassProperties(python::pyArray* object) {
     vd::standalone::ArrayFactory factory;
     if (!object::pyHasMember(object, "__dict__")) {
-        return factory.createStructArray({1, 0}, propertyEntryFields());
+        // Most results are numbers and builtins without attributes of their own.
+        static const auto* none =
+            new vd::StructArray(factory.createStructArray({1, 0}, propertyEntryFields()));
+        return *none;
     }
     H items = mapping::pyMappingGetItems(object::pyGetMember(object, "__dict__").get());
     const unsigned long long count = sequence::pySequenceLength(items.get());

@@ -1,5 +1,6 @@
 // Array storage: allocation, sharing, copy on write and release.
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -205,7 +206,9 @@ std::string FieldTable::describe() const {
     return text + ")";
 }
 
-std::shared_ptr<const FieldTable> makeFieldTable(std::vector<std::string> names) {
+namespace {
+
+std::shared_ptr<const FieldTable> buildFieldTable(std::vector<std::string> names) {
     auto table = std::make_shared<FieldTable>();
     // Most structs have a handful of fields: a scan of the names beats
     // building a hash table for each of them.
@@ -227,6 +230,25 @@ std::shared_ptr<const FieldTable> makeFieldTable(std::vector<std::string> names)
         }
     }
     table->names = std::move(names);
+    return table;
+}
+
+}  // namespace
+
+std::shared_ptr<const FieldTable> makeFieldTable(std::vector<std::string> names) {
+    // Programs make structs of the same few field lists over and over; the
+    // tables are immutable, so one serves every struct of its list.
+    constexpr std::size_t kRemembered = 8;
+    thread_local std::array<std::shared_ptr<const FieldTable>, kRemembered> recent;
+    thread_local std::size_t next = 0;
+    for (const auto& table : recent) {
+        if (table && table->names == names) {
+            return table;
+        }
+    }
+    auto table = buildFieldTable(std::move(names));
+    recent[next] = table;
+    next = (next + 1) % kRemembered;
     return table;
 }
 
