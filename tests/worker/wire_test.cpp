@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "support/arrays.h"
@@ -89,6 +91,8 @@ TEST(WireFormat, SenderRefusesWhatTheWireCannotCarry) {
     EXPECT_THROW(replyFrame(1, {f.createOpaqueArray(0, {2, 2})}), WireError);
     EXPECT_THROW(replyFrame(1, {vxtest::nestedCells(kMaxDepth + 1)}), WireError);
     EXPECT_NO_THROW(replyFrame(1, {vxtest::nestedCells(kMaxDepth)}));
+    EXPECT_THROW(replyFrame(1, {f.createStructArray({kMaxBareStructElements + 1, 1}, {})}),
+                 WireError);
     try {
         replyFrame(1, {f.createCellArray({1, 1}, {f.createOpaqueArray(-3, {1, 1})})});
         FAIL() << "an unknown type inside a cell was accepted";
@@ -183,6 +187,10 @@ TEST(WireFormat, DecoderRefusesBadArraysBeforeAllocating) {
         refusal(handMade({head(T::CELL, 2), std::uint64_t{1} << 31, std::uint64_t{1} << 31}))
             .empty());
     EXPECT_FALSE(refusal(handMade({head(T::STRUCT, 2), 1, 1, std::uint64_t{1} << 40})).empty());
+    // Elements of a struct without fields take no bytes at all, so they have a limit of their own.
+    EXPECT_NE(refusal(handMade({head(T::STRUCT, 2), 1, kMaxBareStructElements + 1, 0}))
+                  .find("without fields"),
+              std::string::npos);
     EXPECT_FALSE(refusal(handMade({head(T::ENUM, 2), 1, 3, 2, 0, 0})).empty());
     // A struct with a duplicate field name is a malformed array, not a crash.
     const std::uint64_t name8 = 0x6161616161616161;  // "aaaaaaaa"
@@ -239,6 +247,26 @@ TEST(WireFormat, SocketCarriesLargeFramesAndRefusesClaimsBeyondTheLimit) {
     // And then a clean end between frames.
     EXPECT_THROW(receiveFrame(pair[1]), ConnectionClosed);
     ::close(pair[1]);
+}
+
+}  // namespace
+
+namespace {
+
+// The fuzzer's seeds are real frames of the current version (rewrite them with
+// build/tests/vx_wire_seeds tests/worker/fuzz/corpus after a format change).
+TEST(WireFormat, SeedCorpusIsCurrent) {
+    size_t seeds = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(VX_SEED_CORPUS)) {
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::string raw((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
+        const auto* first = reinterpret_cast<const std::byte*>(raw.data());
+        EXPECT_NO_THROW(decodeFrame(std::vector<std::byte>(first, first + raw.size())))
+            << entry.path();
+        ++seeds;
+    }
+    EXPECT_GE(seeds, 7u);
 }
 
 }  // namespace

@@ -171,6 +171,10 @@ void OutFrame::putArray(const vd::Array& array, std::uint32_t depth) {
         case vd::ArrayType::STRUCT: {
             const vd::StructArray structs(array);
             const std::size_t fieldCount = structs.getNumberOfFields();
+            if (fieldCount == 0 && structs.getNumberOfElements() > kMaxBareStructElements) {
+                fail("a struct array without fields of more than " +
+                     std::to_string(kMaxBareStructElements) + " elements cannot be sent");
+            }
             putU64(fieldCount);
             for (const auto& field : structs.getFieldNames()) {
                 putText(field.str());
@@ -400,6 +404,10 @@ vd::Array MetaReader::array(std::uint32_t depth) {
             names.reserve(fieldCount);
             for (std::uint64_t f = 0; f < fieldCount; ++f) {
                 names.push_back(text());
+            }
+            if (fieldCount == 0 && numel > kMaxBareStructElements) {
+                fail("a struct array without fields of " + std::to_string(numel) +
+                     " elements (at most " + std::to_string(kMaxBareStructElements) + ")");
             }
             if (fieldCount != 0 && numel > left() / kMinArrayBytes / fieldCount) {
                 fail("a struct array of " + std::to_string(numel) + " elements and " +

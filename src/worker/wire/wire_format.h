@@ -59,6 +59,9 @@
 //   kMaxDims        dimensions of one array
 //   kMaxDepth       nesting of cells and structs
 //   kMaxOutputs     nlhs of a request
+//   kMaxBareStructElements
+//                   elements of a struct array without fields (nothing in the
+//                   frame pays for them, so they are counted apart)
 // A dimension product or a byte count that overflows 64 bits is refused.
 // Memory is committed only as bytes arrive: the description is read in
 // growing chunks, and element blocks are allocated only within dataBytes.
@@ -75,6 +78,7 @@ inline constexpr std::uint64_t kMaxFrameBytes = std::uint64_t{64} << 30;
 inline constexpr std::uint32_t kMaxDims = 64;
 inline constexpr std::uint32_t kMaxDepth = 512;
 inline constexpr std::uint64_t kMaxOutputs = 65536;
+inline constexpr std::uint64_t kMaxBareStructElements = std::uint64_t{1} << 20;
 inline constexpr std::uint64_t kMissingString = ~std::uint64_t{0};
 
 enum class FrameKind : std::uint32_t {
