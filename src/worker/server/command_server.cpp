@@ -57,9 +57,15 @@ void CommandServer::serveLoop() {
     for (;;) {
         wire::Frame frame;
         {
-            waitingReaders_.fetch_add(1);
+            {
+                std::lock_guard<std::mutex> lock(poolMutex_);
+                ++waitingReaders_;
+            }
             std::unique_lock<std::mutex> reading(readMutex_);
-            waitingReaders_.fetch_sub(1);
+            {
+                std::lock_guard<std::mutex> lock(poolMutex_);
+                --waitingReaders_;
+            }
             try {
                 frame = wire::receiveFrame(fd_);
             } catch (const wire::ConnectionClosed&) {
@@ -81,10 +87,29 @@ void CommandServer::serveLoop() {
                 continue;  // the host's Hello: its version was checked on receipt
             }
         }
-        if (waitingReaders_.load() == 0) {
-            std::thread([this] { serveLoop(); }).detach();
+        // Someone must read on while this request is served: the host may
+        // send more, answer a print, or go away.
+        {
+            std::lock_guard<std::mutex> lock(poolMutex_);
+            if (waitingReaders_ == 0) {
+                if (spareThreads_ > 0) {
+                    --spareThreads_;
+                    ++spareCalls_;
+                    spareWake_.notify_one();
+                } else {
+                    std::thread([this] { serveLoop(); }).detach();
+                }
+            }
         }
         serve(frame);
+        // With a reader in waiting already, this thread rests until needed,
+        // so that the number of threads follows the requests in flight.
+        std::unique_lock<std::mutex> lock(poolMutex_);
+        if (waitingReaders_ > 0) {
+            ++spareThreads_;
+            spareWake_.wait(lock, [&] { return spareCalls_ > 0; });
+            --spareCalls_;
+        }
     }
 }
 

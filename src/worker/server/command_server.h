@@ -5,7 +5,6 @@
 
 #include <foundation/veltradata.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -50,9 +49,14 @@ class CommandServer {
 
     const int fd_;
     const Dispatcher dispatcher_;
-    std::mutex readMutex_;
+    std::mutex readMutex_;  // held by the thread that reads
     std::mutex writeMutex_;
-    std::atomic<int> waitingReaders_{0};
+
+    std::mutex poolMutex_;  // guards the counts below
+    std::condition_variable spareWake_;
+    int waitingReaders_ = 0;  // threads waiting to read next
+    int spareThreads_ = 0;    // threads resting until a reader is needed
+    int spareCalls_ = 0;      // rested threads called back, not yet awake
 
     std::mutex printMutex_;
     std::condition_variable printDone_;
