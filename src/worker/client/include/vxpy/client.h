@@ -2,15 +2,16 @@
 // libvxippylnk.so and runs a CPython interpreter, and sends it named commands
 // with host arrays. A crash inside Python ends the worker, never the host.
 //
-//   vxpy::Session python;                                  // spawns the worker
-//   python.start(vxpy::Interpreter::find("python3"));      // starts CPython in it
 //   namespace vd = foundation::veltradata;
 //   vd::ArrayFactory f;
-//   auto text = python.call("pyCreateUnicode", {f.createCharArray(std::string("hi"))});
-//   python.call("pyPrint", text);                          // printed on this console
+//   vxpy::Session python;                                  // spawns the worker
+//   python.start(vxpy::Interpreter::find("python3"));      // starts CPython in it
+//   auto math = python.call("pyCreateModule", {f.createCharArray(std::string("math"))});
+//   auto pi = python.call("pyGetMember", {math[0], f.createCharArray(std::string("pi"))});
+//   auto text = python.call("pyUnicodeGetData", python.call("pyStr", pi));
 //
-// Every command of the library is available through call(). Replies are
-// the library's own: object addresses as 1 by 1 UINT64 arrays, text as char
+// Every command of the library is available through call(). Replies are the
+// library's own: object addresses as 1 by 1 UINT64 arrays, text as char
 // arrays, and so on.
 #pragma once
 
@@ -52,7 +53,8 @@ struct VXPY_API Options {
     // the folder of libvxpyclient.so.
     std::string location;
     // Receives Python's printed text as UTF-8; empty: standard output. It runs
-    // on the session's reader thread and must not call the session.
+    // on a thread that is waiting in call(), or on the session's reader
+    // thread while no call is in flight, and must not call the session.
     std::function<void(std::string_view)> console;
 };
 
