@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 namespace vxpy::wire {
@@ -18,40 +19,16 @@ namespace {
 // The smallest description of one array: type, ndims and two dimensions.
 constexpr std::uint64_t kMinArrayBytes = 4 + 4 + 2 * 8;
 
-// Bytes per element of the types whose elements travel in the data section;
+// Bytes per element of the types whose elements travel in the data section
+// (LOGICAL, CHAR, numeric and complex: 1, 2 and 4 to 23), by type value;
 // 0 for every other type.
 std::size_t blockElementSize(int type) {
-    switch (static_cast<vd::ArrayType>(type)) {
-        case vd::ArrayType::LOGICAL:
-        case vd::ArrayType::INT8:
-        case vd::ArrayType::UINT8:
-            return 1;
-        case vd::ArrayType::CHAR:
-        case vd::ArrayType::INT16:
-        case vd::ArrayType::UINT16:
-        case vd::ArrayType::COMPLEX_INT8:
-        case vd::ArrayType::COMPLEX_UINT8:
-            return 2;
-        case vd::ArrayType::SINGLE:
-        case vd::ArrayType::INT32:
-        case vd::ArrayType::UINT32:
-        case vd::ArrayType::COMPLEX_INT16:
-        case vd::ArrayType::COMPLEX_UINT16:
-            return 4;
-        case vd::ArrayType::DOUBLE:
-        case vd::ArrayType::INT64:
-        case vd::ArrayType::UINT64:
-        case vd::ArrayType::COMPLEX_SINGLE:
-        case vd::ArrayType::COMPLEX_INT32:
-        case vd::ArrayType::COMPLEX_UINT32:
-            return 8;
-        case vd::ArrayType::COMPLEX_DOUBLE:
-        case vd::ArrayType::COMPLEX_INT64:
-        case vd::ArrayType::COMPLEX_UINT64:
-            return 16;
-        default:
-            return 0;
-    }
+    static constexpr unsigned char kSizes[] = {
+        0,  1, 2, 0,                     // UNKNOWN, LOGICAL, CHAR, VELTRA_STRING
+        8,  4, 1, 1, 2, 2, 4, 4, 8,  8,  // DOUBLE ... UINT64
+        16, 8, 2, 2, 4, 4, 8, 8, 16, 16  // COMPLEX_DOUBLE ... COMPLEX_UINT64
+    };
+    return type >= 0 && type < static_cast<int>(std::size(kSizes)) ? kSizes[type] : 0;
 }
 
 // Types whose elements travel in the description.
@@ -584,6 +561,21 @@ bool readExactly(int fd, void* out, std::size_t size, bool atStart) {
     return true;
 }
 
+// Moves past `bytes` transferred from pieces[first...]; the new first piece.
+std::size_t consumed(std::vector<iovec>& pieces, std::size_t first, std::size_t bytes) {
+    while (bytes > 0) {
+        iovec& piece = pieces[first];
+        const std::size_t step = std::min(bytes, piece.iov_len);
+        piece.iov_base = static_cast<std::byte*>(piece.iov_base) + step;
+        piece.iov_len -= step;
+        bytes -= step;
+        if (piece.iov_len == 0) {
+            ++first;
+        }
+    }
+    return first;
+}
+
 void readTargets(int fd, const std::vector<Target>& targets) {
     std::vector<iovec> pieces;
     pieces.reserve(targets.size());
@@ -603,17 +595,7 @@ void readTargets(int fd, const std::vector<Target>& targets) {
             }
             fail(systemError("cannot read from the connection"));
         }
-        auto left = static_cast<std::size_t>(n);
-        while (left > 0) {
-            iovec& piece = pieces[first];
-            const std::size_t step = std::min(left, piece.iov_len);
-            piece.iov_base = static_cast<std::byte*>(piece.iov_base) + step;
-            piece.iov_len -= step;
-            left -= step;
-            if (piece.iov_len == 0) {
-                ++first;
-            }
-        }
+        first = consumed(pieces, first, static_cast<std::size_t>(n));
     }
 }
 
@@ -659,17 +641,7 @@ void sendFrame(int fd, const OutFrame& frame) {
             }
             fail(systemError("cannot write to the connection"));
         }
-        auto left = static_cast<std::size_t>(n);
-        while (left > 0) {
-            iovec& piece = pieces[first];
-            const std::size_t step = std::min(left, piece.iov_len);
-            piece.iov_base = static_cast<std::byte*>(piece.iov_base) + step;
-            piece.iov_len -= step;
-            left -= step;
-            if (piece.iov_len == 0) {
-                ++first;
-            }
-        }
+        first = consumed(pieces, first, static_cast<std::size_t>(n));
     }
 }
 
