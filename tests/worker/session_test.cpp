@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <thread>
 
 #include "support/arrays.h"
@@ -201,6 +204,34 @@ TEST(Session, FindsInterpretersAndRefusesWhatCannotBeStarted) {
     EXPECT_EQ(python.str(python.eval("__import__('sys').prefix")), venv);
     session.close();
     std::system(("rm -rf " + std::string(folder)).c_str());
+}
+
+TEST(Session, EveryInterpreterOnTheMachineStartsOutOfProcess) {
+    // pyenv's builds, where they exist; absent versions are skipped.
+    const char* home = std::getenv("HOME");
+    int started = 0;
+    for (const char* version : {"3.8", "3.9", "3.10", "3.11", "3.12", "3.13"}) {
+        const std::string glob =
+            std::string(home ? home : "/root") + "/.pyenv/versions/" + version + ".*/bin/python3";
+        std::unique_ptr<FILE, int (*)(FILE*)> list(
+            ::popen(("ls -d " + glob + " 2>/dev/null | head -1").c_str(), "r"), ::pclose);
+        char path[512] = {};
+        if (!list || std::fgets(path, sizeof path, list.get()) == nullptr) {
+            continue;
+        }
+        std::string executable(path);
+        executable.erase(executable.find_last_not_of('\n') + 1);
+        const vxpy::Interpreter python = vxpy::Interpreter::find(executable);
+        EXPECT_EQ(python.version, version);
+        vxpy::Session session;
+        session.start(python);
+        Python py(session);
+        EXPECT_EQ(py.str(py.eval("'%d.%d' % __import__('sys').version_info[:2]")), version);
+        ++started;
+    }
+    if (started == 0) {
+        GTEST_SKIP() << "no pyenv interpreters on this machine";
+    }
 }
 
 }  // namespace
