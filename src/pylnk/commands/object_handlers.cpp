@@ -1,5 +1,6 @@
 #include "commands/object_handlers.h"
 
+#include <iostream>
 #include <stdexcept>
 
 #include "commands/object_registry.h"
@@ -18,6 +19,10 @@ VX_EXECUTE(AddRefHandler) {
 }
 
 VX_EXECUTE(ReleaseHandler) {
+    // The host's side looks for this on the worker's own output.
+    if (prhs[0].getType() != vd::ArrayType::UINT64) {
+        std::cout << "what?" << std::endl;
+    }
     objectRegistryRelease(addressArg(prhs, 0));
     reply(promise, successString());
 }
