@@ -14,6 +14,16 @@ elseif(NOT VX_SANITIZE STREQUAL "")
   message(FATAL_ERROR "VX_SANITIZE must be empty, 'address' or 'thread'")
 endif()
 
+# A build for the libFuzzer targets (clang): everything instrumented for
+# coverage, AddressSanitizer and UndefinedBehaviorSanitizer.
+if(VX_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR NOT VX_SANITIZE STREQUAL "")
+    message(FATAL_ERROR "VX_FUZZ needs clang (CMAKE_CXX_COMPILER=clang++) and no VX_SANITIZE")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
 # vx_add_test(NAME SOURCES... LIBS ...): one GoogleTest executable, each test
 # case run by CTest in a process of its own.
 function(vx_add_test name)

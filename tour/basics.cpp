@@ -45,12 +45,23 @@ void hostArrays() {
 
 void startAndPing() {
     chapter("Starting the interpreter the host names");
+    say("The host client spawned a worker process (pid " + std::to_string(session().pid()) +
+        "); commands go to it over a private socket.");
+    say("Before any start, only _TEST_ answers: it echoes its arguments.");
+    run("_TEST_", {chars("echo")});
     say("Interpreter: " + options["--executable"] + " (" + options["--version"] + "), library " +
         options["--library"]);
-    say("First a start request whose library does not exist:");
-    run("attemptToStartPython", {startRequest("/no/such/libpython.so")});
-    say("Then the real one:");
-    run("attemptToStartPython", {startRequest(options["--library"])});
+    say("First a start with a library that does not exist:");
+    vxpy::Interpreter broken = interpreter();
+    broken.library = "/no/such/libpython.so";
+    try {
+        session().start(broken);
+    } catch (const vxpy::Error& e) {
+        say(std::string("  refused: ") + e.what());
+    }
+    say("Then the real one, in the same worker:");
+    session().start(interpreter());
+    say("  started: " + std::string(session().started() ? "yes" : "no"));
     run("Ping");
     say("The working folder of the worker moves with the host's:");
     run("ChangeCurrentWorkingFolder", {chars("/tmp")});
@@ -128,6 +139,9 @@ void closeDown() {
     chapter("Closing");
     run("pyClose");
     say("Every request after pyClose gets the discard token:");
+    run("Ping");
+    session().close();
+    say("The session closed; the worker has ended. A call now is refused:");
     run("Ping");
 }
 

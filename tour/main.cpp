@@ -8,18 +8,24 @@ int main(int argc, char** argv) {
     for (int i = 1; i + 1 < argc; i += 2) {
         options[argv[i]] = argv[i + 1];
     }
-    for (const char* required :
-         {"--executable", "--library", "--home", "--version", "--location"}) {
-        if (!options.count(required)) {
-            std::cerr << "vx-tour needs " << required << "\n";
-            return 2;
-        }
+    if (!options.count("--python")) {
+        std::cerr << "usage: vx-tour --python PATH [--location MODULE_FOLDER]\n";
+        return 2;
     }
     // Each chapter stands on the ones before it; a chapter adds itself here.
     const std::vector<void (*)()> chapters = {
-        hostArrays, startAndPing, pythonPrograms, buffers, classes, closeDown,
+        hostArrays,
+        startAndPing,
+        pythonPrograms,
+        buffers,
+        classes,
+        // These two end with a fresh worker: they come last.
+        outputDuringACall,
+        crashAndRestart,
+        closeDown,
     };
     try {
+        openSession(options["--python"]);
         for (auto chapterFunction : chapters) {
             chapterFunction();
         }

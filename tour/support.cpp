@@ -1,8 +1,11 @@
 // What every chapter uses: the door to the library, narration, and small
 // helpers over the object commands.
+#include <chrono>
+#include <cstdio>
 #include <iostream>
+#include <memory>
+#include <optional>
 
-#include "service/feval_dispatcher.h"
 #include "tour.h"
 
 namespace tour {
@@ -12,13 +15,71 @@ std::map<std::string, std::string> options;
 namespace {
 
 std::vector<Address> made;  // released by releaseMade()
+Address globals = 0;        // the tour's namespace, made on first use
+std::unique_ptr<vxpy::Session> current;
+vxpy::Interpreter python;
+
+std::optional<std::chrono::steady_clock::time_point> stampsSince;
+bool atLineStart = true;
+
+// The tour's console: Python's text as it arrives, optionally stamped.
+void showPythonText(std::string_view text) {
+    for (char c : text) {
+        if (atLineStart && stampsSince) {
+            const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                std::chrono::steady_clock::now() - *stampsSince)
+                                .count();
+            std::printf("[host clock %4.1f s] ", static_cast<double>(ms) / 1000.0);
+        }
+        std::putchar(c);
+        atLineStart = c == '\n';
+    }
+    std::fflush(stdout);
+}
 
 }  // namespace
 
+void stampConsole(bool on) {
+    if (on) {
+        stampsSince = std::chrono::steady_clock::now();
+    } else {
+        stampsSince.reset();
+    }
+}
+
+vxpy::Session& session() {
+    return *current;
+}
+
+const vxpy::Interpreter& interpreter() {
+    return python;
+}
+
+void openSession(const std::string& executable) {
+    python = vxpy::Interpreter::find(executable);
+    vxpy::Options sessionOptions;
+    sessionOptions.console = showPythonText;
+    current = std::make_unique<vxpy::Session>(sessionOptions);
+    options["--executable"] = python.executable;
+    options["--library"] = python.library;
+    options["--home"] = python.home;
+    options["--version"] = python.version;
+}
+
+void restartWorker() {
+    current->restart();
+    current->start(python);
+    made.clear();
+    globals = 0;
+}
+
 std::vector<vd::Array> call(const std::string& name, std::vector<vd::Array> args, size_t nlhs) {
-    std::vector<vd::Array> out(nlhs == 0 ? 1 : nlhs);
-    interprocess::pylnk::server::libpylnk::feval_dispatcher(name, nlhs, out.data(), args.size(),
-                                                            args.data());
+    std::vector<vd::Array> out = current->call(name, args, nlhs);
+    // Chapters read out[0] of every reply; a command that answers nothing
+    // reads as an empty array.
+    if (out.empty()) {
+        out.resize(1);
+    }
     return out;
 }
 
@@ -125,7 +186,6 @@ std::u16string textOfObject(Address a) {
 namespace {
 
 Address tourNamespace() {
-    static Address globals = 0;
     if (globals == 0) {
         // Kept for the whole tour, so not among the addresses released per chapter.
         globals = vd::TypedArray<std::uint64_t>(call("pyCreateDict", {})[0])[0];
@@ -162,7 +222,7 @@ vd::Array startRequest(const std::string& library) {
     request[0]["executable"] = chars(options["--executable"]);
     request[0]["library"] = chars(library);
     request[0]["home"] = chars(options["--home"]);
-    request[0]["path"] = chars("");
+    request[0]["path"] = chars(python.path);
     request[0]["version"] = chars(options["--version"]);
     request[0]["qlbuffer_location"] = chars(options["--location"]);
     return request;

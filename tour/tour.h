@@ -1,9 +1,11 @@
 // The narrated tour: chapters drive the library the way the host does, with
 // named commands and host arrays. Every command goes through call(), so the
-// chapters do not care how the commands reach the library.
+// chapters do not care how the commands reach the library (today: a
+// vxpy::Session, so Python runs in a worker process).
 #pragma once
 
 #include <foundation/veltradata.h>
+#include <vxpy/client.h>
 
 #include <cstdint>
 #include <map>
@@ -15,8 +17,21 @@ namespace tour {
 namespace vd = foundation::veltradata;
 using Address = std::uint64_t;
 
-// Command-line options (--executable, --library, --home, --version, --location).
+// The interpreter's details (--executable, --library, --home, --version) and
+// the module folder (--location), as the client found them.
 extern std::map<std::string, std::string> options;
+
+// The session every command goes through, and the interpreter it starts.
+vxpy::Session& session();
+const vxpy::Interpreter& interpreter();
+// Sets up the session for the interpreter (--python in main).
+void openSession(const std::string& python);
+// While on, each line that Python prints is shown with the host's time since
+// the call to stampConsole(true).
+void stampConsole(bool on);
+// A fresh worker with the interpreter started; every address from the old
+// one is forgotten.
+void restartWorker();
 
 // Sends one command and returns the reply arrays; a stored failure is thrown.
 std::vector<vd::Array> call(const std::string& name, std::vector<vd::Array> args, size_t nlhs = 1);
@@ -59,6 +74,8 @@ void startAndPing();
 void pythonPrograms();
 void buffers();
 void classes();
+void outputDuringACall();
+void crashAndRestart();
 void closeDown();
 
 }  // namespace tour

@@ -1,0 +1,213 @@
+// The worker's end is seen at once: every pending and later call throws
+// WorkerEnded with the real exit status or signal, nothing hangs, and a
+// restart gives a fresh worker. Workers that are not what they should be are
+// refused clearly.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <future>
+#include <thread>
+
+#include "support/python.h"
+#include "wire/wire_format.h"
+
+namespace {
+
+using vxtest::Python;
+using vxtest::systemPython;
+namespace vd = foundation::veltradata;
+
+// The message of the WorkerEnded that the call throws.
+template <class Call>
+std::string endOf(Call&& call) {
+    try {
+        call();
+    } catch (const vxpy::WorkerEnded& ended) {
+        return ended.what();
+    } catch (const std::exception& other) {
+        ADD_FAILURE() << "not WorkerEnded: " << other.what();
+        return {};
+    }
+    ADD_FAILURE() << "the call returned";
+    return {};
+}
+
+// Runs statements on a thread of its own; the future holds how that call ended.
+std::future<std::string> pendingExec(vxpy::Session& session, const std::string& statements) {
+    return std::async(std::launch::async, [&session, statements] {
+        return endOf([&] { Python(session).exec(statements); });
+    });
+}
+
+struct StartedSession {
+    vxtest::Console console;
+    std::unique_ptr<vxpy::Session> session;
+    StartedSession() {
+        vxpy::Options options;
+        options.console = console.sink();
+        session = std::make_unique<vxpy::Session>(options);
+        session->start(systemPython());
+    }
+};
+
+TEST(WorkerFaults, ACrashInsidePythonEndsEveryPendingAndLaterCallUntilRestart) {
+    StartedSession s;
+    vxpy::Session& session = *s.session;
+    const int firstPid = session.pid();
+    // A thread of the user's crashes the interpreter a moment later, while
+    // one call sleeps in Python and another waits behind it in the queue.
+    Python(session).exec(
+        "import ctypes, threading\nthreading.Timer(1.0, ctypes.string_at, (0,)).start()\n");
+    auto sleeping =
+        pendingExec(session, "import time\nprint('asleep', flush=True)\ntime.sleep(60)\n");
+    ASSERT_TRUE(s.console.waitFor("asleep"));
+    auto queued =
+        std::async(std::launch::async, [&] { return endOf([&] { session.call("Ping", {}); }); });
+
+    const std::string crash = sleeping.get();
+    EXPECT_NE(crash.find("pid " + std::to_string(firstPid)), std::string::npos) << crash;
+#ifndef VX_SANITIZED  // a sanitizer reports the fault and exits instead
+    EXPECT_NE(crash.find("SIGSEGV (11)"), std::string::npos) << crash;
+#endif
+    EXPECT_EQ(queued.get(), crash);
+    EXPECT_EQ(endOf([&] { session.call("Ping", {}); }), crash);
+    EXPECT_EQ(endOf([&] { session.call("_TEST_", {}); }), crash);
+
+    session.restart();
+    EXPECT_NE(session.pid(), firstPid);
+    EXPECT_FALSE(session.started());
+    EXPECT_THROW(session.call("Ping", {}), vxpy::Error);  // not started, and not WorkerEnded
+    try {
+        session.call("Ping", {});
+    } catch (const vxpy::WorkerEnded&) {
+        ADD_FAILURE() << "the fresh worker counts as ended";
+    } catch (const vxpy::Error&) {
+    }
+    session.start(systemPython());
+    EXPECT_EQ(vd::CharArray(session.call("Ping", {}).at(0)).toAscii(), "success");
+}
+
+TEST(WorkerFaults, AKillFromOutsideAndAnExitFromPythonCarryTheirStatus) {
+    StartedSession s;
+    vxpy::Session& session = *s.session;
+    auto sleeping =
+        pendingExec(session, "import time\nprint('asleep', flush=True)\ntime.sleep(60)\n");
+    ASSERT_TRUE(s.console.waitFor("asleep"));
+    ASSERT_EQ(::kill(session.pid(), SIGKILL), 0);
+    EXPECT_NE(sleeping.get().find("was killed by signal SIGKILL (9)"), std::string::npos);
+
+    session.restart();
+    session.start(systemPython());
+    const std::string exited = endOf([&] { Python(session).exec("import os\nos._exit(3)\n"); });
+    EXPECT_NE(exited.find("exited with status 3"), std::string::npos) << exited;
+}
+
+bool processExists(int pid) {
+    return ::kill(pid, 0) == 0;
+}
+
+TEST(WorkerFaults, CloseAndTheDestructorEndTheWorkerWhateverItIsDoing) {
+    {
+        // Before a start there is nobody to answer pyClose: the connection's end is enough.
+        vxpy::Session session;
+        const int pid = session.pid();
+        session.close();
+        EXPECT_FALSE(processExists(pid));
+        try {
+            session.call("_TEST_", {});
+            FAIL();
+        } catch (const vxpy::WorkerEnded&) {
+            FAIL() << "a closed session is not a crashed one";
+        } catch (const vxpy::Error& error) {
+            EXPECT_NE(std::string(error.what()).find("closed"), std::string::npos);
+        }
+        session.restart();  // a closed session may be opened again
+        EXPECT_EQ(session.call("_TEST_", {vd::ArrayFactory().createScalar(1.0)}).size(), 1u);
+    }
+    {
+        StartedSession s;
+        const int pid = s.session->pid();
+        s.session->close();
+        EXPECT_FALSE(processExists(pid));
+        s.session->close();  // twice is harmless
+    }
+    {
+        // Python busy for good in a call: the destructor still returns, and
+        // the waiting call learns that the worker is gone.
+        StartedSession s;
+        const int pid = s.session->pid();
+        auto spinning =
+            pendingExec(*s.session, "print('spinning', flush=True)\nwhile True: pass\n");
+        ASSERT_TRUE(s.console.waitFor("spinning"));
+        s.session.reset();
+        EXPECT_FALSE(processExists(pid));
+        EXPECT_NE(spinning.get().find("pid " + std::to_string(pid)), std::string::npos);
+    }
+}
+
+std::string constructionError(const std::string& worker) {
+    vxpy::Options options;
+    options.worker = worker;
+    try {
+        vxpy::Session session(options);
+    } catch (const vxpy::Error& error) {
+        return error.what();
+    }
+    ADD_FAILURE() << worker << " was accepted as a worker";
+    return {};
+}
+
+TEST(WorkerFaults, WorkersThatAreNotWhatTheyShouldBeAreRefused) {
+    EXPECT_NE(constructionError("/no/such/vxpy-worker").find("cannot run"), std::string::npos);
+    EXPECT_NE(
+        constructionError("/bin/true").find("ended before it was ready: it exited with status 0"),
+        std::string::npos);
+
+    // A worker that speaks another version of the wire.
+    char folder[] = "/tmp/vxpy-fake-XXXXXX";
+    ASSERT_NE(::mkdtemp(folder), nullptr);
+    const std::string fake = std::string(folder) + "/worker";
+    std::ofstream(fake)
+        << "#!/usr/bin/python3\n"
+           "import os, struct, time\n"
+           "os.write(3, struct.pack('=IIIIQQQ', 0x57505856, 99, 1, 0, os.getpid(), 0, 0))\n"
+           "time.sleep(60)\n";
+    ASSERT_EQ(::chmod(fake.c_str(), 0755), 0);
+    const std::string mismatch = constructionError(fake);
+    EXPECT_NE(mismatch.find("version 99"), std::string::npos) << mismatch;
+    std::remove(fake.c_str());
+    ::rmdir(folder);
+
+    // And the worker's side: a host that sends a broken frame ends the
+    // connection, with the reason on the worker's standard error.
+    int pair[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(pair[1], 3);
+        ::execl(VX_WORKER, VX_WORKER, "--fd", "3", static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    ::close(pair[1]);
+    vxpy::wire::FrameHeader hello;
+    ASSERT_EQ(::recv(pair[0], &hello, sizeof hello, MSG_WAITALL),
+              static_cast<ssize_t>(sizeof hello));
+    EXPECT_EQ(hello.version, vxpy::wire::kWireVersion);
+    vxpy::wire::FrameHeader bad;
+    bad.kind = static_cast<std::uint32_t>(vxpy::wire::FrameKind::Request);
+    bad.metaBytes = 8;  // a description too short for a request
+    const std::uint64_t junk = 0;
+    ASSERT_EQ(::write(pair[0], &bad, sizeof bad), static_cast<ssize_t>(sizeof bad));
+    ASSERT_EQ(::write(pair[0], &junk, sizeof junk), static_cast<ssize_t>(sizeof junk));
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 4);
+    ::close(pair[0]);
+}
+
+}  // namespace

@@ -1,0 +1,237 @@
+// A session drives Python in a worker process: arrays cross both ways, many
+// host threads share one session, and Python's printing reaches the host
+// while the call that printed is still waiting.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+#include "support/arrays.h"
+#include "support/python.h"
+#include "wire/wire_format.h"
+
+namespace {
+
+using vxtest::Python;
+using vxtest::sameArray;
+using vxtest::systemPython;
+namespace vd = foundation::veltradata;
+
+TEST(Session, EveryArrayTypeMakesTheRoundTripThroughTheWorker) {
+    vxpy::Session session;
+    // _TEST_ needs no interpreter.
+    const std::vector<vd::Array> values = vxtest::everyKindOfArray();
+    const std::vector<vd::Array> back = session.call("_TEST_", values, values.size());
+    ASSERT_EQ(back.size(), values.size());
+    for (size_t i = 0; i < values.size(); ++i) {
+        EXPECT_TRUE(sameArray(back[i], values[i])) << "array " << i;
+    }
+    // The reply is what the library wrote: min(nlhs, nrhs) arrays.
+    EXPECT_EQ(session.call("_TEST_", values, 2).size(), 2u);
+    EXPECT_EQ(session.call("_TEST_", {}, 3).size(), 0u);
+
+    const vd::Array deep = vxtest::nestedCells(vxpy::wire::kMaxDepth);
+    EXPECT_TRUE(sameArray(session.call("_TEST_", {deep}).at(0), deep));
+
+    // 256 MiB of doubles, there and back, every byte checked.
+    const size_t rows = 4096, columns = 8192;
+    vd::TypedArray<double> big = vd::ArrayFactory().createArray<double>({rows, columns});
+    auto* data = const_cast<double*>(static_cast<const double*>(big.getReadOnlyData()));
+    for (size_t k = 0; k < rows * columns; ++k) {
+        data[k] = static_cast<double>(k) * 0.5;
+    }
+    const vd::Array echoed = session.call("_TEST_", {big}).at(0);
+    EXPECT_EQ(echoed.getDimensions(), (std::vector<size_t>{rows, columns}));
+    EXPECT_FALSE(echoed.sharesDataWith(big));
+    EXPECT_EQ(std::memcmp(echoed.getReadOnlyData(), data, rows * columns * sizeof(double)), 0);
+
+    // What the wire cannot carry is refused before anything is sent, and the
+    // session goes on.
+    try {
+        session.call("_TEST_", {vd::ArrayFactory().createOpaqueArray(26, {1, 1})});
+        FAIL() << "an opaque array was sent";
+    } catch (const vxpy::WorkerEnded&) {
+        FAIL() << "a refusal on this side ended the worker";
+    } catch (const vxpy::Error& error) {
+        EXPECT_NE(std::string(error.what()).find("cannot be sent"), std::string::npos)
+            << error.what();
+    }
+    EXPECT_EQ(session.call("_TEST_", {values[1]}).size(), 1u);
+}
+
+TEST(Session, StartsOnlyAGoodInterpreterAndReportsCommandFailuresByType) {
+    vxpy::Session session;
+    const int pid = session.pid();
+    try {
+        session.call("Ping", {});
+        FAIL() << "a command ran before the start";
+    } catch (const vxpy::Error& error) {
+        EXPECT_NE(std::string(error.what()).find("not started"), std::string::npos);
+    }
+    vxpy::Interpreter broken = systemPython();
+    broken.library = "/no/such/libpython3.so";
+    EXPECT_THROW(session.start(broken), vxpy::Error);
+    EXPECT_FALSE(session.started());
+    session.start(systemPython());  // the same worker, a second start
+    EXPECT_EQ(session.pid(), pid);
+    session.start(systemPython());  // quietly, once it runs
+    EXPECT_EQ(vd::CharArray(session.call("Ping", {}).at(0)).toAscii(), "success");
+
+    try {
+        session.call("pyNoSuchCommand", {});
+        FAIL();
+    } catch (const vxpy::CommandError& error) {
+        EXPECT_EQ(error.type(), "std::invalid_argument");
+        EXPECT_NE(std::string(error.what()).find("pyNoSuchCommand"), std::string::npos);
+    }
+    Python python(session);
+    try {
+        python.invoke(python.builtin("int"), {python.unicode("forty-two")});
+        FAIL();
+    } catch (const vxpy::CommandError& error) {
+        EXPECT_EQ(error.type(), "pylnk_core::InternalPyException");
+    }
+    EXPECT_TRUE(vd::TypedArray<bool>(session.call("pyErrorOccurred", {}).at(0))[0]);
+    session.call("pyErrorClear", {});
+    EXPECT_EQ(python.str(python.eval("6 * 7")), "42");
+}
+
+TEST(Session, ManyHostThreadsShareOneSessionAndEachGetsItsOwnReply) {
+    vxpy::Session session;
+    session.start(systemPython());
+    Python setup(session);
+    const vd::Array square = setup.eval("lambda x: x * x");
+
+    constexpr int kThreads = 8, kCalls = 40;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            Python python(session);
+            vd::ArrayFactory f;
+            for (int i = 0; i < kCalls; ++i) {
+                const std::int64_t n = t * 1000 + i;
+                // An echo of this thread's own array, and a Python call on its own number.
+                const vd::Array mine = f.createCharArray("thread " + std::to_string(n));
+                if (!sameArray(session.call("_TEST_", {mine}).at(0), mine)) {
+                    ++wrong;
+                }
+                const vd::Array number = python.one("pyCreateLong", {f.createScalar(n)});
+                const vd::Array result = python.invoke(square, {number});
+                if (python.str(result) != std::to_string(n * n)) {
+                    ++wrong;
+                }
+                session.call("Release", {number});
+                session.call("Release", {result});
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+TEST(Session, PythonOutputArrivesWhileTheCallWaitsAndBetweenCalls) {
+    vxtest::Console console;
+    vxpy::Options options;
+    options.console = console.sink();
+    vxpy::Session session(options);
+    session.start(systemPython());
+    Python python(session);
+
+    // One call prints many lines and only then answers: every line has
+    // reached the console, in order, before the call returns.
+    python.exec(
+        "import sys\n"
+        "for i in range(200):\n"
+        "    print('line', i)\n"
+        "sys.stdout.write('\\u03c0 \\U0001F600 done\\n')\n");
+    std::string expected;
+    for (int i = 0; i < 200; ++i) {
+        expected += "line " + std::to_string(i) + "\n";
+    }
+    expected += "\xcf\x80 \xf0\x9f\x98\x80 done\n";
+    EXPECT_EQ(console.text(), expected);
+
+    // A call that waits for its own printing to be shown by the host: the
+    // host's answer to the print is what lets Python go on.
+    python.exec("print('before the answer', flush=True)");
+    EXPECT_NE(console.text().find("before the answer\n"), std::string::npos);
+
+    // A Python thread of the user's prints while no call is in flight.
+    python.exec(
+        "import threading, time\n"
+        "def later():\n"
+        "    time.sleep(0.2)\n"
+        "    print('from a thread of its own')\n"
+        "threading.Thread(target=later).start()\n");
+    EXPECT_TRUE(console.waitFor("from a thread of its own"));
+}
+
+TEST(Session, FindsInterpretersAndRefusesWhatCannotBeStarted) {
+    const vxpy::Interpreter system = systemPython();
+    EXPECT_EQ(system.executable, "/usr/bin/python3");
+    EXPECT_NE(system.library.find("libpython3"), std::string::npos);
+    EXPECT_EQ(system.home, "/usr");
+    EXPECT_FALSE(system.version.empty());
+
+    try {
+        vxpy::Interpreter::find("no-such-python-anywhere");
+        FAIL();
+    } catch (const vxpy::Error& error) {
+        EXPECT_NE(std::string(error.what()).find("no-such-python-anywhere"), std::string::npos);
+    }
+    EXPECT_THROW(vxpy::Interpreter::find("/bin/false"), vxpy::Error);
+
+    // A virtual environment: its own executable, no home, the base's library,
+    // and the environment's prefix once started.
+    char folder[] = "/tmp/vxpy-venv-XXXXXX";
+    ASSERT_NE(::mkdtemp(folder), nullptr);
+    const std::string venv = std::string(folder) + "/env";
+    ASSERT_EQ(std::system(("/usr/bin/python3 -m venv --without-pip " + venv).c_str()), 0);
+    const vxpy::Interpreter inside = vxpy::Interpreter::find(venv + "/bin/python");
+    EXPECT_EQ(inside.executable, venv + "/bin/python");
+    EXPECT_EQ(inside.home, "");
+    EXPECT_EQ(inside.library, system.library);
+    vxpy::Session session;
+    session.start(inside);
+    Python python(session);
+    EXPECT_EQ(python.str(python.eval("__import__('sys').prefix")), venv);
+    session.close();
+    std::system(("rm -rf " + std::string(folder)).c_str());
+}
+
+TEST(Session, EveryInterpreterOnTheMachineStartsOutOfProcess) {
+    // pyenv's builds, where they exist; absent versions are skipped.
+    const char* home = std::getenv("HOME");
+    int started = 0;
+    for (const char* version : {"3.8", "3.9", "3.10", "3.11", "3.12", "3.13"}) {
+        const std::string glob =
+            std::string(home ? home : "/root") + "/.pyenv/versions/" + version + ".*/bin/python3";
+        std::unique_ptr<FILE, int (*)(FILE*)> list(
+            ::popen(("ls -d " + glob + " 2>/dev/null | head -1").c_str(), "r"), ::pclose);
+        char path[512] = {};
+        if (!list || std::fgets(path, sizeof path, list.get()) == nullptr) {
+            continue;
+        }
+        std::string executable(path);
+        executable.erase(executable.find_last_not_of('\n') + 1);
+        const vxpy::Interpreter python = vxpy::Interpreter::find(executable);
+        EXPECT_EQ(python.version, version);
+        vxpy::Session session;
+        session.start(python);
+        Python py(session);
+        EXPECT_EQ(py.str(py.eval("'%d.%d' % __import__('sys').version_info[:2]")), version);
+        ++started;
+    }
+    if (started == 0) {
+        GTEST_SKIP() << "no pyenv interpreters on this machine";
+    }
+}
+
+}  // namespace

@@ -1,0 +1,164 @@
+#include "support/arrays.h"
+
+#include <complex>
+#include <cstdint>
+#include <cstring>
+
+namespace vxtest {
+
+namespace vd = foundation::veltradata;
+
+namespace {
+
+template <class T>
+vd::Array counting(std::vector<std::size_t> dims) {
+    vd::ArrayFactory f;
+    vd::TypedArray<T> values = f.createArray<T>(std::move(dims));
+    for (std::size_t k = 0; k < values.getNumberOfElements(); ++k) {
+        if constexpr (std::is_same_v<T, bool>) {
+            values[k] = k % 3 == 1;
+        } else if constexpr (requires { typename T::value_type; }) {
+            using Part = typename T::value_type;
+            values[k] = T(static_cast<Part>(k + 1), static_cast<Part>(k % 5));
+        } else {
+            values[k] = static_cast<T>(k * 3 + 1);
+        }
+    }
+    return values;
+}
+
+}  // namespace
+
+std::vector<vd::Array> everyKindOfArray() {
+    vd::ArrayFactory f;
+    vd::TypedArray<vd::VELTRAString> strings = f.createArray<vd::VELTRAString>({2, 2});
+    strings[0] = std::u16string(u"present");
+    strings[2] = std::u16string();                      // empty, not missing
+    strings[3] = std::u16string(u"\u03c0 \U0001F600");  // element 1 stays missing
+
+    vd::StructArray inner = f.createStructArray({1, 2}, {"x", "0", "a::b"});
+    inner[0]["x"] = f.createScalar(1.0);
+    inner[1]["x"] = strings;
+    inner[1]["0"] = f.createCellArray({0, 3}, {});
+
+    vd::Array deep = f.createCellArray(
+        {2, 1}, {inner, f.createCellArray({1, 1}, {f.createStructArray({0, 0}, {"none"})})});
+
+    vd::ValueObjectArray objects = f.createArray(vd::ArrayType::VALUE_OBJECT, {1, 2});
+    objects[1] = vd::ValueObject(77);
+    vd::TypedArray<vd::HandleObjectRef> handles = f.createArray<vd::HandleObjectRef>({1, 1});
+    handles[0] = vd::HandleObjectRef(~std::uint64_t{0});
+    vd::EnumArray enums = f.createArray(vd::ArrayType::ENUM, {1, 2});
+    enums[0] = vd::Enumeration("red");
+
+    return {
+        deep,
+        counting<bool>({3, 2}),
+        f.createCharArray(u"char \u00e9\U0001F600"),
+        f.createCharArray(std::string()),
+        strings,
+        counting<double>({2, 3, 4}),
+        counting<float>({5, 1}),
+        counting<std::int8_t>({1, 7}),
+        counting<std::uint8_t>({2, 2}),
+        counting<std::int16_t>({2, 2}),
+        counting<std::uint16_t>({2, 2}),
+        counting<std::int32_t>({2, 2}),
+        counting<std::uint32_t>({2, 2}),
+        counting<std::int64_t>({2, 2}),
+        counting<std::uint64_t>({2, 2}),
+        counting<std::complex<double>>({2, 2}),
+        counting<std::complex<float>>({2, 2}),
+        counting<std::complex<std::int8_t>>({2, 2}),
+        counting<std::complex<std::uint8_t>>({2, 2}),
+        counting<std::complex<std::int16_t>>({2, 2}),
+        counting<std::complex<std::uint16_t>>({2, 2}),
+        counting<std::complex<std::int32_t>>({2, 2}),
+        counting<std::complex<std::uint32_t>>({2, 2}),
+        counting<std::complex<std::int64_t>>({2, 2}),
+        counting<std::complex<std::uint64_t>>({2, 2}),
+        f.createArray(vd::ArrayType::DOUBLE, {0, 0}),
+        f.createArray(vd::ArrayType::INT32, {3, 0, 2}),
+        f.createArray(vd::ArrayType::VELTRA_STRING, {0, 4}),
+        f.createArray(vd::ArrayType::LOGICAL, {1, 1, 1, 5}),
+        f.createArray(vd::ArrayType::SINGLE, {2, 1, 3, 1, 2}),
+        objects,
+        handles,
+        enums,
+        f.createArray(vd::ArrayType::SPARSE_DOUBLE, {4, 5}),
+        f.createArray(vd::ArrayType::SPARSE_LOGICAL, {0, 2}),
+        f.createArray(vd::ArrayType::SPARSE_COMPLEX_DOUBLE, {1, 1}),
+    };
+}
+
+vd::Array nestedCells(unsigned depth) {
+    vd::ArrayFactory f;
+    vd::Array value = f.createScalar(static_cast<double>(depth));
+    for (unsigned level = 1; level < depth; ++level) {
+        value = f.createCellArray({1, 1}, {value});
+    }
+    return value;
+}
+
+bool sameArray(const vd::Array& a, const vd::Array& b) {
+    if (a.getType() != b.getType() || a.getDimensions() != b.getDimensions()) {
+        return false;
+    }
+    const std::size_t n = a.getNumberOfElements();
+    if (a.getElementSize() != 0) {
+        return n == 0 ||
+               std::memcmp(a.getReadOnlyData(), b.getReadOnlyData(), n * a.getElementSize()) == 0;
+    }
+    switch (a.getType()) {
+        case vd::ArrayType::VELTRA_STRING: {
+            vd::TypedArray<vd::VELTRAString> x(a), y(b);
+            return std::equal(x.begin(), x.end(), y.begin());
+        }
+        case vd::ArrayType::CELL: {
+            vd::TypedArray<vd::Array> x(a), y(b);
+            for (std::size_t k = 0; k < n; ++k) {
+                if (!sameArray(x.begin()[k], y.begin()[k])) {
+                    return false;
+                }
+            }
+            return true;
+        }
+        case vd::ArrayType::STRUCT: {
+            vd::StructArray x(a), y(b);
+            if (x.getNumberOfFields() != y.getNumberOfFields()) {
+                return false;
+            }
+            for (std::size_t k = 0; k < n; ++k) {
+                const vd::StructElement& ex = x.begin()[k];
+                const vd::StructElement& ey = y.begin()[k];
+                if (ex.getFieldNames() != ey.getFieldNames()) {
+                    return false;
+                }
+                for (std::size_t f = 0; f < ex.getNumberOfFields(); ++f) {
+                    if (!sameArray(ex[f], ey[f])) {
+                        return false;
+                    }
+                }
+            }
+            return n != 0 ||
+                   std::vector<std::string>(x.getFieldNames().begin(), x.getFieldNames().end()) ==
+                       std::vector<std::string>(y.getFieldNames().begin(), y.getFieldNames().end());
+        }
+        case vd::ArrayType::VALUE_OBJECT: {
+            vd::ValueObjectArray x(a), y(b);
+            return std::equal(x.begin(), x.end(), y.begin());
+        }
+        case vd::ArrayType::HANDLE_OBJECT_REF: {
+            vd::TypedArray<vd::HandleObjectRef> x(a), y(b);
+            return std::equal(x.begin(), x.end(), y.begin());
+        }
+        case vd::ArrayType::ENUM: {
+            vd::EnumArray x(a), y(b);
+            return std::equal(x.begin(), x.end(), y.begin());
+        }
+        default:  // sparse: a shape only
+            return true;
+    }
+}
+
+}  // namespace vxtest

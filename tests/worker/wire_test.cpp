@@ -1,0 +1,262 @@
+// The wire format on its own: every array type there and back, and bad input
+// refused with a message instead of a crash or an unbounded allocation.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "support/arrays.h"
+#include "wire/wire_codec.h"
+
+namespace {
+
+using namespace vxpy::wire;
+using vxtest::sameArray;
+namespace vd = foundation::veltradata;
+
+std::vector<std::byte> bytesOf(const OutFrame& frame) {
+    std::vector<std::byte> all;
+    for (const iovec& piece : frame.pieces()) {
+        const auto* first = static_cast<const std::byte*>(piece.iov_base);
+        all.insert(all.end(), first, first + piece.iov_len);
+    }
+    return all;
+}
+
+FrameHeader headerOf(const std::vector<std::byte>& bytes) {
+    FrameHeader header;
+    std::memcpy(&header, bytes.data(), sizeof header);
+    return header;
+}
+
+void setHeader(std::vector<std::byte>& bytes, const FrameHeader& header) {
+    std::memcpy(bytes.data(), &header, sizeof header);
+}
+
+// The message of the WireError that decoding throws; fails when none is thrown.
+std::string refusal(const std::vector<std::byte>& bytes) {
+    try {
+        decodeFrame(bytes);
+    } catch (const WireError& error) {
+        return error.what();
+    }
+    ADD_FAILURE() << "the frame was accepted";
+    return {};
+}
+
+TEST(WireFormat, EveryArrayTypeCrossesUnchanged) {
+    const std::vector<vd::Array> values = vxtest::everyKindOfArray();
+    const Frame frame = decodeFrame(bytesOf(replyFrame(42, values)));
+    EXPECT_EQ(frame.kind, FrameKind::Reply);
+    EXPECT_EQ(frame.id, 42u);
+    ASSERT_EQ(frame.arrays.size(), values.size());
+    for (size_t i = 0; i < values.size(); ++i) {
+        EXPECT_TRUE(sameArray(frame.arrays[i], values[i])) << "array " << i;
+    }
+
+    const Frame request = decodeFrame(bytesOf(requestFrame(7, "pyInvoke", 3, values)));
+    EXPECT_EQ(request.name, "pyInvoke");
+    EXPECT_EQ(request.nlhs, 3u);
+    EXPECT_EQ(request.arrays.size(), values.size());
+
+    const Frame failure =
+        decodeFrame(bytesOf(failureFrame(9, "pylnk_core::InternalPyException", "bad \xcf\x80")));
+    EXPECT_EQ(failure.type, "pylnk_core::InternalPyException");
+    EXPECT_EQ(failure.message, "bad \xcf\x80");
+
+    std::vector<vd::Array> holder;
+    const Frame print = decodeFrame(bytesOf(printFrame(3, u"\u03c0\U0001F600", holder)));
+    EXPECT_EQ(vd::CharArray(print.arrays.at(0)).toUTF16(), u"\u03c0\U0001F600");
+}
+
+TEST(WireFormat, LogicalBytesArriveAsZeroOrOne) {
+    vd::TypedArray<bool> flags = vd::ArrayFactory().createArray<bool>({1, 3});
+    flags[1] = true;
+    std::vector<std::byte> bytes = bytesOf(replyFrame(1, {flags}));
+    bytes[bytes.size() - 2] = std::byte{0x7f};  // element 1, as a non-canonical true
+    const vd::Array back = decodeFrame(bytes).arrays.at(0);
+    const auto* raw = static_cast<const unsigned char*>(back.getReadOnlyData());
+    EXPECT_EQ(raw[0], 0);
+    EXPECT_EQ(raw[1], 1);
+    EXPECT_EQ(raw[2], 0);
+}
+
+TEST(WireFormat, SenderRefusesWhatTheWireCannotCarry) {
+    vd::ArrayFactory f;
+    EXPECT_THROW(replyFrame(1, {f.createOpaqueArray(26, {1, 1})}), WireError);
+    EXPECT_THROW(replyFrame(1, {f.createOpaqueArray(0, {2, 2})}), WireError);
+    EXPECT_THROW(replyFrame(1, {vxtest::nestedCells(kMaxDepth + 1)}), WireError);
+    EXPECT_NO_THROW(replyFrame(1, {vxtest::nestedCells(kMaxDepth)}));
+    EXPECT_THROW(replyFrame(1, {f.createStructArray({kMaxBareStructElements + 1, 1}, {})}),
+                 WireError);
+    try {
+        replyFrame(1, {f.createCellArray({1, 1}, {f.createOpaqueArray(-3, {1, 1})})});
+        FAIL() << "an unknown type inside a cell was accepted";
+    } catch (const WireError& error) {
+        EXPECT_NE(std::string(error.what()).find("-3"), std::string::npos) << error.what();
+    }
+}
+
+TEST(WireFormat, DecoderRefusesBrokenFrames) {
+    vd::ArrayFactory f;
+    const std::vector<std::byte> good =
+        bytesOf(replyFrame(5, {f.createScalar(1.5), f.createCharArray(std::string("abc")),
+                               vxtest::everyKindOfArray()[0]}));
+    ASSERT_NO_THROW(decodeFrame(good));
+
+    // Every truncation, and one byte too many.
+    for (size_t size = 0; size < good.size(); ++size) {
+        EXPECT_THROW(decodeFrame(std::span(good).first(size)), WireError) << "size " << size;
+    }
+    std::vector<std::byte> longer = good;
+    longer.push_back(std::byte{0});
+    EXPECT_THROW(decodeFrame(longer), WireError);
+
+    auto withHeader = [&](auto change) {
+        std::vector<std::byte> bytes = good;
+        FrameHeader header = headerOf(bytes);
+        change(header);
+        setHeader(bytes, header);
+        return refusal(bytes);
+    };
+    EXPECT_NE(withHeader([](FrameHeader& h) { h.magic = 0x12345678; }).find("magic"),
+              std::string::npos);
+    EXPECT_NE(withHeader([](FrameHeader& h) { h.version = kWireVersion + 1; }).find("version 2"),
+              std::string::npos);
+    EXPECT_NE(withHeader([](FrameHeader& h) { h.kind = 99; }).find("kind 99"), std::string::npos);
+    EXPECT_NE(withHeader([](FrameHeader& h) { h.dataBytes = kMaxFrameBytes; }).find("limit"),
+              std::string::npos);
+    // Lengths that disagree with each other: the description absorbs one data byte.
+    EXPECT_FALSE(withHeader([](FrameHeader& h) {
+                     h.metaBytes += 1;
+                     h.dataBytes -= 1;
+                 }).empty());
+}
+
+// A Reply frame of one array whose description is written by hand.
+std::vector<std::byte> handMade(const std::vector<std::uint64_t>& words32and64,
+                                std::uint64_t dataBytes = 0) {
+    OutFrame frame(FrameKind::Reply, 1);
+    frame.putU64(1);  // one array
+    std::vector<std::byte> bytes = bytesOf(frame);
+    for (std::uint64_t word : words32and64) {
+        // Values below 2^32 tagged by the caller as two 32-bit halves are
+        // written as one 64-bit word: type and ndims share the first word.
+        const auto* raw = reinterpret_cast<const std::byte*>(&word);
+        bytes.insert(bytes.end(), raw, raw + 8);
+    }
+    FrameHeader header = headerOf(bytes);
+    header.metaBytes = bytes.size() - sizeof header;
+    header.dataBytes = dataBytes;
+    setHeader(bytes, header);
+    bytes.resize(bytes.size() + dataBytes);
+    return bytes;
+}
+
+std::uint64_t head(vd::ArrayType type, std::uint32_t ndims) {
+    return static_cast<std::uint32_t>(type) | (std::uint64_t{ndims} << 32);
+}
+
+TEST(WireFormat, DecoderRefusesBadArraysBeforeAllocating) {
+    using T = vd::ArrayType;
+    // A hand-made frame that is valid, so the refusals below are about one field.
+    EXPECT_NO_THROW(decodeFrame(handMade({head(T::DOUBLE, 2), 2, 1}, 16)));
+
+    EXPECT_NE(refusal(handMade({head(static_cast<T>(26), 2), 1, 1})).find("type code 26"),
+              std::string::npos);
+    EXPECT_NE(refusal(handMade({head(T::DOUBLE, 1), 1, 1})).find("dimensions"), std::string::npos);
+    EXPECT_NE(refusal(handMade({head(T::DOUBLE, kMaxDims + 1), 1, 1})).find("dimensions"),
+              std::string::npos);
+    EXPECT_NE(
+        refusal(handMade({head(T::DOUBLE, 2), std::uint64_t{1} << 40, std::uint64_t{1} << 40}))
+            .find("overflows"),
+        std::string::npos);
+    // Numbers beyond the data section, strings and cells beyond the description.
+    EXPECT_NE(refusal(handMade({head(T::DOUBLE, 2), 1000000, 1000000}, 16)).find("data section"),
+              std::string::npos);
+    EXPECT_FALSE(refusal(handMade({head(T::VELTRA_STRING, 2), std::uint64_t{1} << 30,
+                                   std::uint64_t{1} << 30}))
+                     .empty());
+    EXPECT_FALSE(
+        refusal(handMade({head(T::VELTRA_STRING, 2), 1, 1, std::uint64_t{1} << 20})).empty());
+    EXPECT_FALSE(
+        refusal(handMade({head(T::CELL, 2), std::uint64_t{1} << 31, std::uint64_t{1} << 31}))
+            .empty());
+    EXPECT_FALSE(refusal(handMade({head(T::STRUCT, 2), 1, 1, std::uint64_t{1} << 40})).empty());
+    // Elements of a struct without fields take no bytes at all, so they have a limit of their own.
+    EXPECT_NE(refusal(handMade({head(T::STRUCT, 2), 1, kMaxBareStructElements + 1, 0}))
+                  .find("without fields"),
+              std::string::npos);
+    EXPECT_FALSE(refusal(handMade({head(T::ENUM, 2), 1, 3, 2, 0, 0})).empty());
+    // A struct with a duplicate field name is a malformed array, not a crash.
+    const std::uint64_t name8 = 0x6161616161616161;  // "aaaaaaaa"
+    EXPECT_NE(
+        refusal(handMade({head(T::STRUCT, 2), 0, 1, 2, 8, name8, 8, name8})).find("malformed"),
+        std::string::npos);
+    // Nesting beyond the limit, built by hand so the sender's own check is not in the way.
+    std::vector<std::uint64_t> deep;
+    for (std::uint32_t i = 0; i <= kMaxDepth; ++i) {
+        deep.insert(deep.end(), {head(T::CELL, 2), 1, 1});
+    }
+    EXPECT_NE(refusal(handMade(deep)).find("nested"), std::string::npos);
+}
+
+TEST(WireFormat, SocketCarriesLargeFramesAndRefusesClaimsBeyondTheLimit) {
+    int pair[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    vd::ArrayFactory f;
+    vd::TypedArray<double> big = f.createArray<double>({1000, 1000});
+    for (size_t k = 0; k < 1000000; k += 997) {
+        big[k] = static_cast<double>(k);
+    }
+    const std::vector<vd::Array> values = {big, vxtest::everyKindOfArray()[0], big};
+    std::thread writer([&] { sendFrame(pair[0], replyFrame(11, values)); });
+    const Frame frame = receiveFrame(pair[1]);
+    writer.join();
+    ASSERT_EQ(frame.arrays.size(), 3u);
+    for (size_t i = 0; i < values.size(); ++i) {
+        EXPECT_TRUE(sameArray(frame.arrays[i], values[i]));
+    }
+
+    // A header that claims more than the limit is refused before anything is read.
+    FrameHeader header;
+    header.kind = static_cast<std::uint32_t>(FrameKind::Reply);
+    header.metaBytes = std::uint64_t{1} << 40;
+    ASSERT_EQ(::write(pair[0], &header, sizeof header), static_cast<ssize_t>(sizeof header));
+    EXPECT_THROW(receiveFrame(pair[1]), WireError);
+
+    // A frame cut short by the end of the connection.
+    header.metaBytes = 1000;
+    ASSERT_EQ(::write(pair[0], &header, sizeof header), static_cast<ssize_t>(sizeof header));
+    ::close(pair[0]);
+    EXPECT_THROW(receiveFrame(pair[1]), WireError);
+    // And then a clean end between frames.
+    EXPECT_THROW(receiveFrame(pair[1]), ConnectionClosed);
+    ::close(pair[1]);
+}
+
+}  // namespace
+
+namespace {
+
+// The fuzzer's seeds are real frames of the current version (rewrite them with
+// build/tests/vx_wire_seeds tests/worker/fuzz/corpus after a format change).
+TEST(WireFormat, SeedCorpusIsCurrent) {
+    size_t seeds = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(VX_SEED_CORPUS)) {
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::string raw((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
+        const auto* first = reinterpret_cast<const std::byte*>(raw.data());
+        EXPECT_NO_THROW(decodeFrame(std::vector<std::byte>(first, first + raw.size())))
+            << entry.path();
+        ++seeds;
+    }
+    EXPECT_GE(seeds, 7u);
+}
+
+}  // namespace
