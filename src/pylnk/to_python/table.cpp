@@ -1,6 +1,6 @@
 #include "to_python/table.h"
 
-#include <algorithm>
+#include "buffer/buffer_bridge.h"
 
 namespace pylnk {
 
@@ -29,16 +29,15 @@ bool isDateOrDurationArray(const vd::Array& column) {
 }  // namespace
 
 ConversionResult convertTableColumn(vd::Array column) {
-    ConversionResult converted = convertToPython(column);
-    if (!converted.object) {
-        return converted;
-    }
     if (isNumericOrLogical(column.getType())) {
-        // A scalar, an array.array or a buffer object: all one flat array.
-        H array = dataframe::pyCreateNumpyAsArray(converted.object);
+        // Whatever its shape, straight from the host's storage: pandas copies
+        // each column into a block of its own, so the array.array of a vector
+        // would be a second copy.
+        H array = dataframe::pyCreateNumpyAsArray(createBufferFromArray(std::move(column)));
         return made(dataframe::pyFlattenNumpyData(array.get()));
     }
-    if (isDateOrDurationArray(column)) {
+    ConversionResult converted = convertToPython(column);
+    if (converted.object && isDateOrDurationArray(column)) {
         return made(dataframe::pyFlattenNumpyData(converted.object.get()));
     }
     return converted;
