@@ -58,6 +58,7 @@ void hostArrays();
 void startAndPing();
 void pythonPrograms();
 void buffers();
+void hostData();
 void closeDown();
 
 }  // namespace tour
