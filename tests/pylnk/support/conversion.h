@@ -1,5 +1,5 @@
-// Host arrays handed to Python the way the host hands them: as arguments of
-// pyInvokeFastInput. What Python made of them is read back as text.
+// Host arrays handed to Python as the host hands them, as arguments of
+// pyInvokeFastInput, and what Python made of them read back as text.
 #pragma once
 
 #include <string>
@@ -12,19 +12,17 @@ namespace vxtest {
 
 // A 1 by 1 struct with these fields in this order.
 inline vd::Array structOf(const std::vector<std::pair<std::string, vd::Array>>& fields) {
-    vd::ArrayFactory f;
     std::vector<std::string> names;
     for (const auto& field : fields) {
         names.push_back(field.first);
     }
-    vd::StructArray result = f.createStructArray({1, 1}, names);
+    vd::StructArray result = vd::ArrayFactory().createStructArray({1, 1}, names);
     for (const auto& [name, value] : fields) {
         result[0][name] = value;
     }
     return result;
 }
 
-// A 1 by n cell of these arrays.
 inline vd::Array cellOf(const std::vector<vd::Array>& elements) {
     return vd::ArrayFactory().createCellArray({1, elements.size()}, elements);
 }
@@ -45,21 +43,17 @@ inline vd::Array invokeFastInput(Address callable, const std::vector<vd::Array>&
                 {addressArray(callable), cellOf({cellOf(positional), keywords})});
 }
 
-// What a reply says: the str() of the returned object; "<identifier>: <message>"
-// for a failure report; "refused" for the empty reply of a type without a
-// Python form. Addresses in the reply are released.
+// str() of the returned object; "<identifier>: <message>" for a failure
+// report; "refused" for the empty reply of a type without a Python form.
 inline std::string replyText(const vd::Array& reply) {
     if (reply.getType() != vd::ArrayType::STRUCT) {
         return reply.isEmpty() ? "refused" : "unexpected reply";
     }
     const Address object = addressOf(field(reply, "object"));
-    std::string text;
-    if (fieldNames(reply).front() == "exceptionName") {
-        text =
-            textOf(field(reply, "exceptionName")) + ": " + textOf(field(reply, "exceptionMessage"));
-    } else {
-        text = strOf(object);
-    }
+    const std::string text = fieldNames(reply).front() == "exceptionName"
+                                 ? textOf(field(reply, "exceptionName")) + ": " +
+                                       textOf(field(reply, "exceptionMessage"))
+                                 : strOf(object);
     release(object);
     return text;
 }
