@@ -5,9 +5,7 @@
 // against pandas making the same frame from NumPy arrays.
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <cstring>
-
+#include "baselines.h"
 #include "support/conversion.h"
 
 using namespace vxtest;
@@ -50,18 +48,6 @@ void BM_InvokeFastInputWithRowVector(benchmark::State& state) {
     const vd::Array row = doubles({1, n});
     for (auto _ : state) {
         invokeWith(row);
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n * sizeof(double)));
-}
-
-void BM_MemcpyIntoFreshBuffer(benchmark::State& state) {
-    const size_t n = static_cast<size_t>(state.range(0));
-    std::vector<double> from(n, 1.0);
-    for (auto _ : state) {
-        void* to = std::malloc(n * sizeof(double));
-        std::memcpy(to, from.data(), n * sizeof(double));
-        benchmark::DoNotOptimize(to);
-        std::free(to);
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n * sizeof(double)));
 }
@@ -111,17 +97,15 @@ BENCHMARK(BM_InvokeFastInputWithRowVector)
     ->Arg(10'000'000)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_MemcpyIntoFreshBuffer)->Arg(10'000'000)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(vxbench::BM_MemcpyIntoFreshBuffer)
+    ->Arg(10'000'000)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TableToDataFrame)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PandasFrameFromNumpyArrays)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    startSystemPython();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    call("pyClose");
-    return 0;
+    return vxbench::runWithPython(argc, argv);
 }
