@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
     }
     // Each chapter stands on the ones before it; a chapter adds itself here.
     const std::vector<void (*)()> chapters = {
-        hostArrays, startAndPing, pythonPrograms, buffers, hostData, closeDown,
+        hostArrays, startAndPing, pythonPrograms, buffers, classes, hostData, closeDown,
     };
     try {
         for (auto chapterFunction : chapters) {

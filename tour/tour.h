@@ -58,6 +58,7 @@ void hostArrays();
 void startAndPing();
 void pythonPrograms();
 void buffers();
+void classes();
 void hostData();
 void closeDown();
 

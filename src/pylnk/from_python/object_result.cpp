@@ -4,6 +4,7 @@
 
 #include "commands/object_registry.h"
 #include "introspection/class_metadata.h"
+#include "introspection/shared_arrays.h"
 
 namespace pylnk {
 
@@ -30,7 +31,7 @@ vd::Array dottedClassName(python::pyArray* cls, python::pyArray* name) {
         return factory.createCharArray(moduleText + nameText);
     } catch (const InternalPyException&) {
         exception::pyErrorClear();
-        return factory.createCharArray(std::u16string());
+        return sharedEmptyText();
     }
 }
 
@@ -54,7 +55,7 @@ vd::Array scalarDataOf(python::pyArray* object) {
         primitive::pyComplexGetData(object, &re, &im);
         return factory.createScalar(std::complex<double>(re, im));
     }
-    return factory.createCharArray(std::u16string());
+    return sharedEmptyText();
 }
 
 vd::Array buildObjectResult(H object, MetadataCache& cache) {
@@ -62,7 +63,7 @@ vd::Array buildObjectResult(H object, MetadataCache& cache) {
     vd::StructArray result = factory.createStructArray(
         {1, 1}, {"object", "classProperties", "classMetadata", "scalarData"});
     result[0]["object"] = factory.createScalar(objectRegistryRetain(object));
-    vd::Array metadata = factory.createCharArray(std::u16string());
+    vd::Array metadata = sharedEmptyText();
     H cls = object::pyGetClass(object.get());
     if (object::pyHasMember(cls.get(), "__name__")) {
         H name = object::pyGetMember(cls.get(), "__name__");

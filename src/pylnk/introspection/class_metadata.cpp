@@ -8,6 +8,7 @@
 #include "buffer/buffer_bridge.h"
 #include "commands/object_registry.h"
 #include "introspection/member_lookup.h"
+#include "introspection/shared_arrays.h"
 #include "introspection/signature.h"
 
 namespace pylnk {
@@ -53,6 +54,10 @@ std::u16string attributeText(python::pyArray* owner, const char* attribute) {
         exception::pyErrorClear();
         return {};
     }
+}
+
+vd::Array textArray(const std::u16string& text) {
+    return text.empty() ? sharedEmptyText() : vd::standalone::ArrayFactory().createCharArray(text);
 }
 
 vd::Array addressOf(H object) {
@@ -105,9 +110,11 @@ void fillClassFacts(vd::StructArray& metadata, H name, H cls, bool withDocAndBas
     metadata[0]["builtintype"] = stringRow(words);
 }
 
-vd::StructArray methodEntry(H cls, H raw, H nameItem) {
+// A method entry written into element `index` of the methods row: the
+// bound member (or the raw one when the read fails) gives address,
+// docstring and signature.
+void writeMethodEntry(vd::StructArray& row, size_t index, H cls, H raw, H nameItem) {
     vd::standalone::ArrayFactory factory;
-    vd::StructArray entry = factory.createStructArray({1, 1}, methodEntryFields());
     const std::u16string name16 = textOfObject(nameItem.get());
     const std::string name = fl::i18n::converter<fl::i18n::codecvt_ustring_to_string>(
                                  fl::i18n::codecvt_ustring_to_string("", true))
@@ -120,12 +127,16 @@ vd::StructArray methodEntry(H cls, H raw, H nameItem) {
         bound = raw;
     }
     const bool isStatic = isStaticMember(raw, bound);
-    entry[0]["name"] = factory.createCharArray(name16);
-    entry[0]["objectAddress"] = addressOf(bound);
-    entry[0]["docstring"] = factory.createCharArray(attributeText(bound.get(), "__doc__"));
-    buildSignature(bound, entry, isStatic);
-    return entry;
+    row[index]["name"] = factory.createCharArray(name16);
+    row[index]["objectAddress"] = addressOf(bound);
+    row[index]["docstring"] = textArray(attributeText(bound.get(), "__doc__"));
+    buildSignature(bound, row, index, isStatic);
 }
+
+struct ClassifiedMember {
+    H raw;
+    H name;
+};
 
 }  // namespace
 
@@ -215,8 +226,10 @@ vd::StructArray buildClassMetadata(H name, H cls) {
     std::vector<vd::StructArray> operators;
     buildOperators(cls, methodEntryFields(), operators);
 
-    std::vector<vd::StructArray> properties;
-    std::vector<vd::StructArray> methods;
+    // Classified first, so that each list is made once at its size and the
+    // entries are written in place.
+    std::vector<ClassifiedMember> properties;
+    std::vector<ClassifiedMember> methods;
     for (unsigned long long index = 0; index < count; ++index) {
         H nameItem = sequence::pyGetItem(members.get(), index);
         H raw;
@@ -229,16 +242,25 @@ vd::StructArray buildClassMetadata(H name, H cls) {
             case MemberKind::Neither:
                 break;
             case MemberKind::Property:
-                properties.push_back(buildPropertyEntry(raw, nameItem));
+                properties.push_back({raw, nameItem});
                 break;
             case MemberKind::Method:
-                methods.push_back(methodEntry(cls, raw, nameItem));
+                methods.push_back({raw, nameItem});
                 break;
         }
     }
-    metadata[0]["methods"] = structRow(methodEntryFields(), methods);
+    vd::StructArray methodRow = factory.createStructArray({1, methods.size()}, methodEntryFields());
+    for (size_t i = 0; i < methods.size(); ++i) {
+        writeMethodEntry(methodRow, i, cls, methods[i].raw, methods[i].name);
+    }
+    vd::StructArray propertyRow =
+        factory.createStructArray({1, properties.size()}, propertyEntryFields());
+    for (size_t i = 0; i < properties.size(); ++i) {
+        writePropertyEntry(propertyRow, i, properties[i].raw, properties[i].name);
+    }
+    metadata[0]["methods"] = methodRow;
     metadata[0]["operators"] = structRow(methodEntryFields(), operators);
-    metadata[0]["properties"] = structRow(propertyEntryFields(), properties);
+    metadata[0]["properties"] = propertyRow;
     return metadata;
 }
 
@@ -253,18 +275,23 @@ vd::StructArray buildBareClassMetadata(H name, H cls) {
 }
 
 vd::StructArray buildClassProperties(python::pyArray* object) {
-    std::vector<vd::StructArray> entries;
-    if (object::pyHasMember(object, "__dict__")) {
-        H items = mapping::pyMappingGetItems(object::pyGetMember(object, "__dict__").get());
-        const unsigned long long count = sequence::pySequenceLength(items.get());
-        for (unsigned long long i = 0; i < count; ++i) {
-            H pair = sequence::pyGetItem(items.get(), i);
-            // The pair stands in for the member: it is no property, so every
-            // instance attribute is readable and writable.
-            entries.push_back(buildPropertyEntry(pair, sequence::pyGetItem(pair.get(), 0)));
-        }
+    vd::standalone::ArrayFactory factory;
+    if (!object::pyHasMember(object, "__dict__")) {
+        // Most results are numbers and builtins without attributes of their own.
+        static const auto* none =
+            new vd::StructArray(factory.createStructArray({1, 0}, propertyEntryFields()));
+        return *none;
     }
-    return structRow(propertyEntryFields(), entries);
+    H items = mapping::pyMappingGetItems(object::pyGetMember(object, "__dict__").get());
+    const unsigned long long count = sequence::pySequenceLength(items.get());
+    vd::StructArray row = factory.createStructArray({1, count}, propertyEntryFields());
+    for (unsigned long long i = 0; i < count; ++i) {
+        H pair = sequence::pyGetItem(items.get(), i);
+        // The pair stands in for the member: it is no property, so every
+        // instance attribute is readable and writable.
+        writePropertyEntry(row, i, pair, sequence::pyGetItem(pair.get(), 0));
+    }
+    return row;
 }
 
 }  // namespace pylnk

@@ -5,6 +5,8 @@
 #include <array>
 #include <utility>
 
+#include "service/handler_support.h"
+
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
@@ -24,31 +26,47 @@ std::string utf8TextOfObject(python::pyArray* object) {
     return fl::i18n::to_string(textOfObject(object));
 }
 
-H lookupInClassDict(python::pyArray* cls, python::pyArray* name) {
+namespace {
+
+// The raw member the class's own __dict__ holds, or nothing (and no Python
+// error set). Misses are the common case of a walk along the __mro__, so
+// they are told by a containment test rather than by a raised KeyError.
+H findInClassDict(python::pyArray* cls, const H& name) {
     try {
         H dict = object::pyGetMember(cls, "__dict__");
-        return mapping::pyMappingGetItem(dict.get(), name);
+        H contains = object::pyGetMember(dict.get(), "__contains__");
+        if (!primitive::pyBoolGetData(object::pyInvoke(contains.get(), {name}, {}).get())) {
+            return {};
+        }
+        return mapping::pyMappingGetItem(dict.get(), name.get());
     } catch (const InternalPyException&) {
         exception::pyErrorClear();
+        return {};
+    }
+}
+
+}  // namespace
+
+H lookupInClassDict(python::pyArray* cls, python::pyArray* name) {
+    H member = findInClassDict(cls, holderOf(name));
+    if (!member) {
         throw InternalPyException("Cannot get member from __dict__ of Python class.");
     }
+    return member;
 }
 
 H lookupInMro(python::pyArray* cls, python::pyArray* name) {
     try {
+        const H nameHolder = holderOf(name);
         H mro = object::pyGetMember(cls, "__mro__");
-        for (unsigned long long index = 0;; ++index) {
-            // Read anew each time, as the walk may run Python code.
-            if (index >= sequence::pySequenceLength(mro.get())) {
-                throw InternalPyException("Cannot find member in the __mro__.");
-            }
+        // The length is read anew each time, as the walk may run Python code.
+        for (unsigned long long index = 0; index < sequence::pySequenceLength(mro.get()); ++index) {
             H item = sequence::pyGetItem(mro.get(), index);
-            try {
-                return lookupInClassDict(item.get(), name);
-            } catch (const InternalPyException&) {
-                // Not in this class: the next one in the order may hold it.
+            if (H member = findInClassDict(item.get(), nameHolder)) {
+                return member;  // the first class in the order wins
             }
         }
+        throw InternalPyException("Cannot find member in the __mro__.");
     } catch (...) {
         exception::pyErrorClear();
         throw InternalPyException("Cannot get member from the __mro__.");
@@ -104,6 +122,11 @@ bool isStaticMember(H raw, H bound) {
     try {
         const char* attribute =
             object::pyHasMember(bound.get(), "__self__") ? "__self__" : "im_self";
+        // A plain method descriptor (str.join) has neither: not static. Told
+        // by the test, as the read would fail the same way at a higher cost.
+        if (!object::pyHasMember(bound.get(), attribute)) {
+            return false;
+        }
         return !object::pyIsNone(object::pyGetMember(bound.get(), attribute).get());
     } catch (const InternalPyException&) {
         exception::pyErrorClear();
@@ -112,9 +135,15 @@ bool isStaticMember(H raw, H bound) {
 }
 
 vd::StructArray buildPropertyEntry(H member, H name) {
+    vd::StructArray entry = vd::standalone::ArrayFactory().createStructArray(
+        {1, 1}, {"name", "getAccess", "setAccess"});
+    writePropertyEntry(entry, 0, std::move(member), std::move(name));
+    return entry;
+}
+
+void writePropertyEntry(vd::StructArray& row, size_t index, H member, H name) {
     vd::standalone::ArrayFactory factory;
-    vd::StructArray entry = factory.createStructArray({1, 1}, {"name", "getAccess", "setAccess"});
-    entry[0]["name"] = factory.createCharArray(textOfObject(name.get()));
+    row[index]["name"] = factory.createCharArray(textOfObject(name.get()));
     bool getAccess = true;
     bool setAccess = true;
     H cls = object::pyGetClass(member.get());
@@ -126,9 +155,8 @@ vd::StructArray buildPropertyEntry(H member, H name) {
             exception::pyErrorClear();
         }
     }
-    entry[0]["getAccess"] = factory.createScalar(getAccess);
-    entry[0]["setAccess"] = factory.createScalar(setAccess);
-    return entry;
+    row[index]["getAccess"] = factory.createScalar(getAccess);
+    row[index]["setAccess"] = factory.createScalar(setAccess);
 }
 
 }  // namespace pylnk

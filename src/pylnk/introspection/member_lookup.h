@@ -35,5 +35,7 @@ bool isStaticMember(H raw, H bound);
 // 1 by 1 struct "name", "getAccess", "setAccess". Only a property object
 // can deny access (no getter, no setter).
 foundation::veltradata::StructArray buildPropertyEntry(H member, H name);
+// The same into element `index` of a row with those fields.
+void writePropertyEntry(foundation::veltradata::StructArray& row, size_t index, H member, H name);
 
 }  // namespace pylnk

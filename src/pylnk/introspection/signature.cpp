@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "introspection/member_lookup.h"
+#include "introspection/shared_arrays.h"
 
 namespace pylnk {
 
@@ -89,21 +90,22 @@ std::set<std::string> annotationTypes(python::pyArray* get, const std::u16string
 
 // One cell per name, each a 1 by M string array of sorted type names.
 vd::Array argumentTypes(const SpecReading& reading, const std::vector<std::u16string>& names) {
+    if (!reading.spec) {
+        return sharedEmptyCells();
+    }
     vd::standalone::ArrayFactory factory;
     std::vector<vd::Array> cells;
-    if (reading.spec) {
-        H annotations = object::pyGetMember(reading.spec.get(), "annotations");
-        H get = object::pyGetMember(annotations.get(), "get");
-        for (const std::u16string& name : names) {
-            const std::set<std::string> types = annotationTypes(get.get(), name);
-            vd::TypedArray<vd::VELTRAString> list =
-                factory.createArray<vd::VELTRAString>({1, types.size()});
-            size_t k = 0;
-            for (const std::string& typeName : types) {
-                list[k++] = typeName;
-            }
-            cells.push_back(list);
+    H annotations = object::pyGetMember(reading.spec.get(), "annotations");
+    H get = object::pyGetMember(annotations.get(), "get");
+    for (const std::u16string& name : names) {
+        const std::set<std::string> types = annotationTypes(get.get(), name);
+        vd::TypedArray<vd::VELTRAString> list =
+            factory.createArray<vd::VELTRAString>({1, types.size()});
+        size_t k = 0;
+        for (const std::string& typeName : types) {
+            list[k++] = typeName;
         }
+        cells.push_back(list);
     }
     return factory.createCellArray({1, cells.size()}, cells);
 }
@@ -115,29 +117,44 @@ std::uint64_t lengthOf(python::pyArray* sequenceObject) {
 }  // namespace
 
 void buildSignature(H object, vd::StructArray& target, bool isStatic) {
+    buildSignature(std::move(object), target, 0, isStatic);
+}
+
+void buildArgTypes(H object, vd::StructArray& target) {
+    buildArgTypes(std::move(object), target, 0);
+}
+
+void buildSignature(H object, vd::StructArray& target, size_t index, bool isStatic) {
     vd::standalone::ArrayFactory factory;
     const SpecReading reading = readSpec(object);
     python::pyArray* spec = reading.spec.get();
-
-    const bool varargs = spec == nullptr || isStatic ||
-                         !object::pyIsNone(object::pyGetMember(spec, "varargs").get());
-
-    std::uint64_t withDefault = 0;
-    std::uint64_t withoutDefault = 0;
-    if (spec != nullptr) {
-        H defaults = object::pyGetMember(spec, "defaults");
-        withDefault = object::pyIsNone(defaults.get()) ? 0 : lengthOf(defaults.get());
-        withoutDefault = lengthOf(object::pyGetMember(spec, "args").get()) - withDefault;
+    if (spec == nullptr) {
+        // Nothing is known: the host may call it with anything.
+        target[index]["argNames"] = sharedUnknownNames();
+        target[index]["numArgsDefault"] = sharedZeroCount();
+        target[index]["numArgsNoDefault"] = sharedZeroCount();
+        target[index]["static"] = sharedLogical(isStatic);
+        target[index]["varargs"] = sharedLogical(true);
+        target[index]["kwargs"] = sharedLogical(false);
+        target[index]["argTypes"] = sharedEmptyCells();
+        return;
     }
+
+    const bool varargs = isStatic || !object::pyIsNone(object::pyGetMember(spec, "varargs").get());
+    H defaults = object::pyGetMember(spec, "defaults");
+    const std::uint64_t withDefault =
+        object::pyIsNone(defaults.get()) ? 0 : lengthOf(defaults.get());
+    const std::uint64_t withoutDefault =
+        lengthOf(object::pyGetMember(spec, "args").get()) - withDefault;
 
     const std::vector<std::u16string> names = argumentNames(reading);
     const vd::Array types = argumentTypes(reading, names);
 
     bool kwargs = false;
-    if (spec != nullptr && reading.hasFull) {
+    if (reading.hasFull) {
         kwargs = !object::pyIsNone(object::pyGetMember(spec, "varkw").get()) ||
                  lengthOf(object::pyGetMember(spec, "kwonlyargs").get()) > 0;
-    } else if (spec != nullptr) {
+    } else {
         kwargs = !object::pyIsNone(object::pyGetMember(spec, "keywords").get());
     }
 
@@ -147,18 +164,18 @@ void buildSignature(H object, vd::StructArray& target, bool isStatic) {
     for (size_t k = 0; k < names.size(); ++k) {
         argNames[k] = names[k];
     }
-    target[0]["argNames"] = argNames;
-    target[0]["numArgsDefault"] = factory.createScalar(withDefault);
-    target[0]["numArgsNoDefault"] = factory.createScalar(withoutDefault);
-    target[0]["static"] = factory.createScalar(isStatic);
-    target[0]["varargs"] = factory.createScalar(varargs);
-    target[0]["kwargs"] = factory.createScalar(kwargs);
-    target[0]["argTypes"] = types;
+    target[index]["argNames"] = argNames;
+    target[index]["numArgsDefault"] = factory.createScalar(withDefault);
+    target[index]["numArgsNoDefault"] = factory.createScalar(withoutDefault);
+    target[index]["static"] = sharedLogical(isStatic);
+    target[index]["varargs"] = sharedLogical(varargs);
+    target[index]["kwargs"] = sharedLogical(kwargs);
+    target[index]["argTypes"] = types;
 }
 
-void buildArgTypes(H object, vd::StructArray& target) {
+void buildArgTypes(H object, vd::StructArray& target, size_t index) {
     const SpecReading reading = readSpec(object);
-    target[0]["argTypes"] = argumentTypes(reading, argumentNames(reading));
+    target[index]["argTypes"] = argumentTypes(reading, argumentNames(reading));
 }
 
 std::set<std::string> splitAnnotationText(const std::string& text) {

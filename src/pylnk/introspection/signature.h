@@ -16,6 +16,10 @@ namespace pylnk {
 void buildSignature(H object, foundation::veltradata::StructArray& target, bool isStatic);
 // Writes only "argTypes": one string array of type names per named argument.
 void buildArgTypes(H object, foundation::veltradata::StructArray& target);
+// The same into element `index` of a row of entries.
+void buildSignature(H object, foundation::veltradata::StructArray& target, size_t index,
+                    bool isStatic);
+void buildArgTypes(H object, foundation::veltradata::StructArray& target, size_t index);
 // "int | None" -> {"None", "int"}: pieces between '|' with blanks removed.
 std::set<std::string> splitAnnotationText(const std::string& text);
 

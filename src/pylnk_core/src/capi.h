@@ -83,6 +83,8 @@ inline constexpr int kRaisedExceptionSinceMinor = 12;
     X(PyException_SetTraceback, int, (PyObject*, PyObject*), 0)                          \
     X(PyException_GetTraceback, PyObject*, (PyObject*), 0)                               \
     X(PyImport_ImportModule, PyObject*, (const char*), 0)                                \
+    X(PyImport_GetModuleDict, PyObject*, (), 0)                                          \
+    X(PyModule_GetDict, PyObject*, (PyObject*), 0)                                       \
     X(PyCapsule_Import, void*, (const char*, int), 0)                                    \
     X(PyRun_StringFlags, PyObject*, (const char*, int, PyObject*, PyObject*, void*), 0)  \
     X(PySys_GetObject, PyObject*, (const char*), 0)                                      \
@@ -90,6 +92,7 @@ inline constexpr int kRaisedExceptionSinceMinor = 12;
     X(PyObject_GetAttrString, PyObject*, (PyObject*, const char*), 0)                    \
     X(PyObject_SetAttr, int, (PyObject*, PyObject*, PyObject*), 0)                       \
     X(PyObject_Call, PyObject*, (PyObject*, PyObject*, PyObject*), 0)                    \
+    X(PyObject_CallFunctionObjArgs, PyObject*, (PyObject*, ...), 0)                      \
     X(PyObject_Str, PyObject*, (PyObject*), 0)                                           \
     X(PyObject_Hash, Py_ssize_t, (PyObject*), 0)                                         \
     X(PyObject_RichCompareBool, int, (PyObject*, PyObject*, int), 0)                     \
@@ -137,7 +140,19 @@ inline constexpr int kRaisedExceptionSinceMinor = 12;
     X(PyDict_New, PyObject*, (), 0)                                                      \
     X(PyDict_SetItem, int, (PyObject*, PyObject*, PyObject*), 0)                         \
     X(PyDict_SetItemString, int, (PyObject*, const char*, PyObject*), 0)                 \
-    X(PyDict_GetItemString, PyObject*, (PyObject*, const char*), 0)
+    X(PyDict_GetItemString, PyObject*, (PyObject*, const char*), 0)                      \
+    X(PyDict_GetItem, PyObject*, (PyObject*, PyObject*), 0)                              \
+    X(PyUnicode_InternFromString, PyObject*, (const char*), 0)
+
+// Entry points that every supported version has under one name until a minor
+// version, and under another from it on:
+// X(member, return type, parameter list, older symbol, newer symbol, minor
+// version of the new name).
+#define PYLNK_CAPI_RENAMED_FUNCTIONS(X)                                            \
+    /* An attribute read that tells "missing" without raising: 1 found, */         \
+    /* 0 missing, -1 failed with an error set. */                                  \
+    X(LookupAttr, int, (PyObject*, PyObject*, PyObject**), "_PyObject_LookupAttr", \
+      "PyObject_GetOptionalAttr", 13)
 
 // X(member, exported symbol, type of the symbol). Type objects and the
 // singletons are the objects themselves; the exception entries are variables
@@ -167,6 +182,9 @@ inline constexpr int kRaisedExceptionSinceMinor = 12;
 struct Table {
 #define PYLNK_CAPI_MEMBER(name, ret, params, since) ret(*name) params = nullptr;
     PYLNK_CAPI_FUNCTIONS(PYLNK_CAPI_MEMBER)
+#undef PYLNK_CAPI_MEMBER
+#define PYLNK_CAPI_MEMBER(name, ret, params, older, newer, since) ret(*name) params = nullptr;
+    PYLNK_CAPI_RENAMED_FUNCTIONS(PYLNK_CAPI_MEMBER)
 #undef PYLNK_CAPI_MEMBER
 #define PYLNK_CAPI_MEMBER(member, symbol, type) type* member = nullptr;
     PYLNK_CAPI_OBJECTS(PYLNK_CAPI_MEMBER)

@@ -1,9 +1,12 @@
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
 #include "pylnk_core/object.h"
 #include "pylnk_core/type.h"
 #include "runtime.h"
+
+#include <boost/locale/encoding_utf.hpp>
 
 namespace pylnk_core::api::object {
 
@@ -19,22 +22,29 @@ PyHolder pyGetMember(python::pyArray* object, python::pyArray* name) {
 
 // A missing attribute is the common answer of these tests, so the failure is
 // cleared on the spot instead of travelling as an exception.
-bool pyHasMember(python::pyArray* object, const char* name) {
-    return quietly([&] {
-        const capi::Table& t = py();
-        Ref member(t.PyObject_GetAttrString(need(object), needText(name)));
+namespace {
+
+// A missing attribute is told without an AttributeError being made, which
+// costs more than the lookup itself; any other failure answers false too.
+bool hasAttribute(PyObject* object, PyObject* name) {
+    const capi::Table& t = py();
+    PyObject* found = nullptr;
+    const int answer = t.LookupAttr(need(object), need(name), &found);
+    Ref member(found);
+    if (answer < 0) {
         t.PyErr_Clear();
-        return static_cast<bool>(member);
-    });
+    }
+    return answer > 0;
+}
+
+}  // namespace
+
+bool pyHasMember(python::pyArray* object, const char* name) {
+    return quietly([&] { return hasAttribute(object, nameObject(name).get()); });
 }
 
 bool pyHasMember(python::pyArray* object, python::pyArray* name) {
-    return quietly([&] {
-        const capi::Table& t = py();
-        Ref member(t.PyObject_GetAttr(need(object), need(name)));
-        t.PyErr_Clear();
-        return static_cast<bool>(member);
-    });
+    return quietly([&] { return hasAttribute(object, name); });
 }
 
 void pySetMember(python::pyArray* object, python::pyArray* name, python::pyArray* value) {
@@ -95,7 +105,7 @@ bool pyIsBuiltin(python::pyArray* object, const char* name) {
 
 bool pyInspect(PyHolder object, const char* predicate) {
     Ref inspect = importModule("inspect");
-    Ref test = getAttr(inspect.get(), needText(predicate));
+    Ref test = moduleMember(inspect.get(), needText(predicate));
     Ref answer = call(test.get(), {need(object.get())});
     return checked(py().PyObject_IsTrue(answer.get())) == 1;
 }
@@ -139,7 +149,19 @@ const char* pyGetChars(python::pyArray* object) {
 std::u16string get_ustring(python::pyArray* object) {
     const capi::Table& t = py();
     requireInstance(object, t.UnicodeType, "a str");
-    // Unpaired surrogates pass unchanged, as pyCreateString takes them.
+    // Through the UTF-8 form the string keeps (for ASCII, its own data):
+    // no codec lookup, no bytes object.
+    Py_ssize_t length = 0;
+    if (const char* utf8 = t.PyUnicode_AsUTF8AndSize(object, &length)) {
+        const char* end = utf8 + length;
+        if (std::all_of(utf8, end, [](char c) { return (c & 0x80) == 0; })) {
+            return std::u16string(utf8, end);  // ASCII widens unit by unit
+        }
+        return boost::locale::conv::utf_to_utf<char16_t>(utf8, end);
+    }
+    // Unpaired surrogates have no UTF-8 form; they pass unchanged, as
+    // pyCreateString takes them.
+    t.PyErr_Clear();
     const char* encoding = std::endian::native == std::endian::little ? "utf-16-le" : "utf-16-be";
     Ref bytes = checked(t.PyUnicode_AsEncodedString(object, encoding, "surrogatepass"));
     char* data = nullptr;

@@ -1,21 +1,49 @@
 #include "runtime.h"
 
+#include <array>
 #include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <unordered_map>
 
 #include "support_module.h"
 
 namespace pylnk_core::detail {
+
+// One name by the address of its C text. A hit is checked against the text,
+// so an address that now holds other text merely misses.
+struct NameHint {
+    const char* address = nullptr;
+    std::string text;
+    PyObject* name = nullptr;  // borrowed from State::names
+    // The module of that name, found fully initialised in sys.modules; owned,
+    // so that its address stays its own while it is compared.
+    PyObject* module = nullptr;
+};
+
 namespace {
 
+// Lets the maps below be searched with C text, without making a string.
+struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const noexcept {
+        return std::hash<std::string_view>{}(text);
+    }
+};
+
 struct State {
-    std::atomic<Phase> phase{Phase::NotLoaded};
-    capi::Table table;
     // Kept open for the life of the process: threads that outlive pyClose
     // may still be inside the library.
     void* library = nullptr;
     int minor = 0;
     // Namespace of the support code; owned, created on first use.
     PyObject* support = nullptr;
+    // Interned str objects of names the bridge looks up by C text; owned.
+    std::unordered_map<std::string, PyObject*, TextHash, std::equal_to<>> names;
+    // In front of that map: the library asks for the same few names from the
+    // same string literals over and over.
+    std::array<NameHint, 256> hints;
 };
 
 // Process-wide state of this file and the ones below, never destroyed: the
@@ -55,19 +83,10 @@ std::string describe(const PendingError& error) {
 
 }  // namespace
 
-Phase phase() noexcept {
-    return state().phase.load(std::memory_order_acquire);
-}
+Core* const core = new Core;
 
-const capi::Table& rawTable() noexcept {
-    return state().table;
-}
-
-const capi::Table& py() {
-    if (!running()) {
-        throw InternalPyException("The Python interpreter is not running.");
-    }
-    return state().table;
+void throwNotRunning() {
+    throw InternalPyException("The Python interpreter is not running.");
 }
 
 Ref& Ref::operator=(Ref&& other) noexcept {
@@ -80,7 +99,7 @@ Ref& Ref::operator=(Ref&& other) noexcept {
 
 Ref::~Ref() {
     if (object_ != nullptr && running()) {
-        state().table.Py_DecRef(object_);
+        core->table.Py_DecRef(object_);
     }
 }
 
@@ -193,12 +212,119 @@ std::string utf8Of(PyObject* text) {
     return std::string(data, static_cast<std::size_t>(size));
 }
 
+namespace {
+
+// What the import machinery itself asks before it hands out a module from
+// sys.modules: a module that a Python thread is still initialising is
+// waited for by the machinery, so it takes the slow road.
+bool isInitialising(PyObject* module) {
+    const capi::Table& t = py();
+    Ref spec(t.PyObject_GetAttr(module, nameObject("__spec__").get()));
+    if (!spec) {
+        t.PyErr_Clear();
+        return false;
+    }
+    // Read from the instance dict: most specs lack the flag, and a failed
+    // attribute read would format an error message each time.
+    Ref attributes(t.PyObject_GetAttr(spec.get(), nameObject("__dict__").get()));
+    if (!attributes) {
+        t.PyErr_Clear();
+        return false;
+    }
+    PyObject* initialising = t.PyDict_GetItem(attributes.get(), nameObject("_initializing").get());
+    if (initialising == nullptr) {
+        return false;
+    }
+    const int answer = t.PyObject_IsTrue(initialising);
+    if (answer < 0) {
+        t.PyErr_Clear();
+    }
+    return answer > 0;
+}
+
+}  // namespace
+
 Ref importModule(const char* name) {
-    return checked(py().PyImport_ImportModule(name));
+    const capi::Table& t = py();
+    // An imported module is what import gives back; looking it up directly
+    // spares the import machinery's call into Python on every use.
+    NameHint* hint = nullptr;
+    Ref key = nameObject(name, &hint);
+    PyObject* module = t.PyDict_GetItem(t.PyImport_GetModuleDict(), key.get());
+    if (module != nullptr && module != t.None) {
+        if (hint != nullptr && hint->module == module) {
+            return Ref::borrow(module);
+        }
+        if (!isInitialising(module)) {
+            if (hint != nullptr) {
+                t.Py_IncRef(module);
+                if (hint->module != nullptr) {
+                    t.Py_DecRef(hint->module);
+                }
+                hint->module = module;
+            }
+            return Ref::borrow(module);
+        }
+    }
+    return checked(t.PyImport_ImportModule(name));
+}
+
+Ref nameObject(const char* name, NameHint** hintOut) {
+    State& s = state();
+    needText(name);
+    NameHint& hint = s.hints[(reinterpret_cast<std::uintptr_t>(name) >> 3) % s.hints.size()];
+    if (hint.address == name && std::strcmp(name, hint.text.c_str()) == 0) {
+        if (hintOut != nullptr) {
+            *hintOut = &hint;
+        }
+        return Ref::borrow(hint.name);
+    }
+    PyObject* interned = nullptr;
+    if (auto found = s.names.find(std::string_view(name)); found != s.names.end()) {
+        interned = found->second;
+    } else {
+        interned = py().PyUnicode_InternFromString(name);
+        if (interned == nullptr) {
+            throwPending();
+        }
+        // Names come mostly from the library's own code; the host's own text
+        // also passes here, so the cache stops growing at some point.
+        constexpr std::size_t kMostNames = 4096;
+        if (s.names.size() >= kMostNames) {
+            return Ref(interned);
+        }
+        s.names.emplace(name, interned);
+    }
+    if (hint.module != nullptr) {
+        py().Py_DecRef(hint.module);
+    }
+    hint = NameHint{name, name, interned, nullptr};
+    if (hintOut != nullptr) {
+        *hintOut = &hint;
+    }
+    return Ref::borrow(interned);
+}
+
+Ref nameObject(const char* name) {
+    return nameObject(name, nullptr);
 }
 
 Ref getAttr(PyObject* object, const char* name) {
-    return checked(py().PyObject_GetAttrString(need(object), name));
+    need(object);
+    Ref key = nameObject(name);
+    return checked(py().PyObject_GetAttr(object, key.get()));
+}
+
+Ref moduleMember(PyObject* module, const char* name) {
+    const capi::Table& t = py();
+    Ref key = nameObject(name);
+    Ref type(t.PyObject_Type(need(module)));
+    if (type.get() == t.ModuleType) {
+        if (PyObject* member = t.PyDict_GetItem(t.PyModule_GetDict(module), key.get())) {
+            return Ref::borrow(member);
+        }
+    }
+    return checked(t.PyObject_GetAttr(module, key.get()));
 }
 
 Ref makeTuple(std::initializer_list<PyObject*> items) {
@@ -214,6 +340,11 @@ Ref makeTuple(std::initializer_list<PyObject*> items) {
 }
 
 Ref call(PyObject* callable, std::initializer_list<PyObject*> args, PyObject* keywords) {
+    if (args.size() == 1 && keywords == nullptr) {
+        // The common call of one argument, without a tuple of its own.
+        return checked(py().PyObject_CallFunctionObjArgs(need(callable), need(*args.begin()),
+                                                         static_cast<PyObject*>(nullptr)));
+    }
     Ref tuple = makeTuple(args);
     return checked(py().PyObject_Call(need(callable), tuple.get(), keywords));
 }
@@ -261,7 +392,7 @@ const char* needText(const char* text) {
 
 void clearErrorIfRunning() noexcept {
     if (running()) {
-        state().table.PyErr_Clear();
+        core->table.PyErr_Clear();
     }
 }
 
@@ -269,7 +400,7 @@ bool isInstanceQuiet(PyObject* object, PyObject* type) noexcept {
     if (object == nullptr || !running()) {
         return false;
     }
-    const capi::Table& t = state().table;
+    const capi::Table& t = core->table;
     int answer = t.PyObject_IsInstance(object, type);
     if (answer < 0) {
         t.PyErr_Clear();
@@ -293,7 +424,7 @@ Ref callSupport(const char* function, std::initializer_list<PyObject*> args, PyO
         }
         s.support = scope.release();
     }
-    PyObject* callable = t.PyDict_GetItemString(s.support, function);
+    PyObject* callable = t.PyDict_GetItem(s.support, nameObject(function).get());
     if (callable == nullptr) {
         raise(*t.ExcRuntimeError, std::string("missing support function ") + function);
     }
@@ -302,22 +433,34 @@ Ref callSupport(const char* function, std::initializer_list<PyObject*> args, PyO
 
 void enterRunning(const LoadedInterpreter& loaded) {
     State& s = state();
-    s.table = loaded.table;
+    core->table = loaded.table;
     s.library = loaded.library;
     s.minor = loaded.minor;
-    s.phase.store(Phase::Running, std::memory_order_release);
+    core->phase.store(Phase::Running, std::memory_order_release);
 }
 
 void dropCachedObjects() {
     State& s = state();
-    if (s.support != nullptr && running()) {
-        s.table.Py_DecRef(s.support);
+    if (running()) {
+        if (s.support != nullptr) {
+            core->table.Py_DecRef(s.support);
+        }
+        for (const auto& [name, object] : s.names) {
+            core->table.Py_DecRef(object);
+        }
+        for (NameHint& hint : s.hints) {
+            if (hint.module != nullptr) {
+                core->table.Py_DecRef(hint.module);
+            }
+        }
     }
     s.support = nullptr;
+    s.names.clear();
+    s.hints.fill(NameHint{});
 }
 
 void enterClosed() {
-    state().phase.store(Phase::Closed, std::memory_order_release);
+    core->phase.store(Phase::Closed, std::memory_order_release);
 }
 
 }  // namespace pylnk_core::detail

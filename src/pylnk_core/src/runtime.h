@@ -2,6 +2,7 @@
 // references for temporaries, and the failure helpers every operation uses.
 #pragma once
 
+#include <atomic>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -19,14 +20,31 @@ using capi::PyObject;
 
 enum class Phase { NotLoaded, Running, Closed };
 
-Phase phase() noexcept;
+// What every call of the bridge reads first: kept where an inline function
+// reaches it without a call. Created when the library loads, never destroyed.
+struct Core {
+    std::atomic<Phase> phase{Phase::NotLoaded};
+    capi::Table table;
+};
+extern Core* const core;
+
+inline Phase phase() noexcept {
+    return core->phase.load(std::memory_order_acquire);
+}
 inline bool running() noexcept {
     return phase() == Phase::Running;
 }
 
+[[noreturn]] void throwNotRunning();
+
 // The entry points of the running interpreter. Throws InternalPyException
 // when none runs, so that no call can reach a missing or finalised one.
-const capi::Table& py();
+inline const capi::Table& py() {
+    if (!running()) {
+        throwNotRunning();
+    }
+    return core->table;
+}
 
 // One owned reference, for temporaries inside an operation.
 class Ref {
@@ -85,7 +103,14 @@ Ref newNone();
 Ref newString(std::string_view utf8);
 std::string utf8Of(PyObject* text);
 Ref importModule(const char* name);
+// The interned str of a name, kept by the bridge for later lookups.
+Ref nameObject(const char* name);
+struct NameHint;
+Ref nameObject(const char* name, NameHint** hint);
 Ref getAttr(PyObject* object, const char* name);
+// getattr(module, name), read from the module's dict when it is a plain
+// module (what getattr would find there), else by getattr.
+Ref moduleMember(PyObject* module, const char* name);
 Ref makeTuple(std::initializer_list<PyObject*> items);
 Ref call(PyObject* callable, std::initializer_list<PyObject*> args, PyObject* keywords = nullptr);
 Ref tupleFromHolders(const std::vector<api::PyHolder>& items);
@@ -124,6 +149,8 @@ struct LoadedInterpreter {
 void enterRunning(const LoadedInterpreter& loaded);
 void enterClosed();
 void dropCachedObjects();
-const capi::Table& rawTable() noexcept;
+inline const capi::Table& rawTable() noexcept {
+    return core->table;
+}
 
 }  // namespace pylnk_core::detail

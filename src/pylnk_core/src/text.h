@@ -1,6 +1,7 @@
 // Conversions between the text forms that meet at the bridge's edge.
 #pragma once
 
+#include <algorithm>
 #include <boost/locale/encoding_utf.hpp>
 #include <string>
 
@@ -8,6 +9,9 @@ namespace pylnk_core::detail {
 
 // UTF-16 to UTF-8; an unpaired surrogate is dropped.
 inline std::string toUtf8(const std::u16string& text) {
+    if (std::all_of(text.begin(), text.end(), [](char16_t unit) { return unit < 0x80; })) {
+        return std::string(text.begin(), text.end());  // names are mostly ASCII
+    }
     return boost::locale::conv::utf_to_utf<char>(text);
 }
 

@@ -47,7 +47,7 @@ bool pyTypeIsBuiltin(python::pyArray* type, const char* name) {
             return false;
         }
         Ref builtins = importModule("builtins");
-        Ref named(py().PyObject_GetAttrString(builtins.get(), name));
+        Ref named(py().PyObject_GetAttr(builtins.get(), nameObject(name).get()));
         clearErrorIfRunning();
         return named.get() == type;
     });

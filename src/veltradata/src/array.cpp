@@ -1,5 +1,6 @@
 // Array storage: allocation, sharing, copy on write and release.
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -185,12 +186,16 @@ void* copyElements(const ArrayImpl& impl) {
 }
 
 std::size_t FieldTable::find(const std::string& name) const {
-    auto it = positions.find(name);
-    if (it == positions.end()) {
-        throw InvalidFieldNameException("The struct array has no field '" + name +
-                                        "'; its fields are " + describe() + ".");
+    if (positions.empty()) {
+        auto it = std::find(names.begin(), names.end(), name);
+        if (it != names.end()) {
+            return static_cast<std::size_t>(it - names.begin());
+        }
+    } else if (auto it = positions.find(name); it != positions.end()) {
+        return it->second;
     }
-    return it->second;
+    throw InvalidFieldNameException("The struct array has no field '" + name +
+                                    "'; its fields are " + describe() + ".");
 }
 
 std::string FieldTable::describe() const {
@@ -201,15 +206,49 @@ std::string FieldTable::describe() const {
     return text + ")";
 }
 
-std::shared_ptr<const FieldTable> makeFieldTable(std::vector<std::string> names) {
+namespace {
+
+std::shared_ptr<const FieldTable> buildFieldTable(std::vector<std::string> names) {
     auto table = std::make_shared<FieldTable>();
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (!table->positions.emplace(names[i], i).second) {
-            throw InvalidFieldNameException("The field name '" + names[i] +
-                                            "' is given more than once.");
+    // Most structs have a handful of fields: a scan of the names beats
+    // building a hash table for each of them.
+    constexpr std::size_t kScannedFields = 16;
+    if (names.size() <= kScannedFields) {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            if (std::find(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(i),
+                          names[i]) != names.begin() + static_cast<std::ptrdiff_t>(i)) {
+                throw InvalidFieldNameException("The field name '" + names[i] +
+                                                "' is given more than once.");
+            }
+        }
+    } else {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            if (!table->positions.emplace(names[i], i).second) {
+                throw InvalidFieldNameException("The field name '" + names[i] +
+                                                "' is given more than once.");
+            }
         }
     }
     table->names = std::move(names);
+    return table;
+}
+
+}  // namespace
+
+std::shared_ptr<const FieldTable> makeFieldTable(std::vector<std::string> names) {
+    // Programs make structs of the same few field lists over and over; the
+    // tables are immutable, so one serves every struct of its list.
+    constexpr std::size_t kRemembered = 8;
+    thread_local std::array<std::shared_ptr<const FieldTable>, kRemembered> recent;
+    thread_local std::size_t next = 0;
+    for (const auto& table : recent) {
+        if (table && table->names == names) {
+            return table;
+        }
+    }
+    auto table = buildFieldTable(std::move(names));
+    recent[next] = table;
+    next = (next + 1) % kRemembered;
     return table;
 }
 

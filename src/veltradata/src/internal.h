@@ -17,6 +17,7 @@ namespace detail {
 
 struct FieldTable {
     std::vector<std::string> names;
+    // Filled only for structs with many fields; a few are found by a scan.
     std::unordered_map<std::string, std::size_t> positions;
 
     // Position of a field, or throws InvalidFieldNameException.

@@ -39,15 +39,27 @@ int main(int argc, char** argv) {
                               matrix.getReadOnlyData();
         const std::string text =
             strOf(invoke(fetch("textwrap.shorten"), {unicode(u"one two three four"), eval("10")}));
+        // Introspection reads attributes that may be missing and calls inspect:
+        // the version-dependent corners of the bridge.
+        const vd::Array metadata = call("pyGetClassMetaData", {addressArray(fetch("textwrap"))});
+        const vd::Array methods = field(metadata, "methods");
+        const bool described = textOf(field(metadata, "name")) == "module" &&
+                               methods.getNumberOfElements() > 10 && !errorOccurred();
+        const vd::Array result =
+            call("pyGetPropertyValueFast", {addressArray(eval("2.5")), chars("")});
+        const bool fast =
+            static_cast<double>(vd::TypedArray<double>(field(result, "scalarData"))[0]) == 2.5;
         std::cout << "int64 round trip: " << numbers << ", zero-copy buffer: " << zeroCopy
-                  << ", textwrap.shorten: " << text << "\n";
+                  << ", textwrap.shorten: " << text << ", class metadata: " << described
+                  << ", object result: " << fast << "\n";
         release(view);
         const std::string closed = textOf(call("pyClose"));
         std::cout << "pyClose: " << closed << "\n";
         const std::string after = textOf(call("Ping"));
         std::cout << "after pyClose: " << after << "\n";
         return ping == "success" && closed == "success" && numbers && zeroCopy &&
-                       text == "one [...]" && after == "vx_discard_token_for_oop_python"
+                       text == "one [...]" && described && fast &&
+                       after == "vx_discard_token_for_oop_python"
                    ? 0
                    : 1;
     } catch (const std::exception& e) {
