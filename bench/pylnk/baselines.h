@@ -1,5 +1,5 @@
 // What the Python benchmarks share: the copy baseline and the main that runs
-// them all against one interpreter (Debian's python3 with NumPy).
+// them all against one interpreter (Debian's python3 with NumPy and pandas).
 #pragma once
 
 #include <benchmark/benchmark.h>
