@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
         pythonPrograms,
         buffers,
         classes,
+        hostData,
         // These two end with a fresh worker: they come last.
         outputDuringACall,
         crashAndRestart,

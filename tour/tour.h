@@ -74,6 +74,7 @@ void startAndPing();
 void pythonPrograms();
 void buffers();
 void classes();
+void hostData();
 void outputDuringACall();
 void crashAndRestart();
 void closeDown();

@@ -5,7 +5,7 @@
 
 #include <set>
 
-#include "support/session.h"
+#include "baselines.h"
 
 using namespace vxtest;
 
@@ -170,10 +170,5 @@ BENCHMARK(BM_InvokeFastOfAFloatFunction)->UseRealTime();
 }  // namespace
 
 int main(int argc, char** argv) {
-    startSystemPython();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    call("pyClose");
-    return 0;
+    return vxbench::runWithPython(argc, argv);
 }

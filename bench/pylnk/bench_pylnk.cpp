@@ -12,7 +12,7 @@
 #include <mutex>
 #include <thread>
 
-#include "support/session.h"
+#include "baselines.h"
 
 using namespace vxtest;
 
@@ -135,20 +135,6 @@ void BM_Memcpy(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n * sizeof(double)));
 }
 
-// The same copy into a new allocation each time, as any copy into a new
-// host array must do: the first touch of fresh pages is part of the price.
-void BM_MemcpyIntoFreshBuffer(benchmark::State& state) {
-    const size_t n = static_cast<size_t>(state.range(0));
-    std::vector<double> from(n, 1.0);
-    for (auto _ : state) {
-        void* to = std::calloc(n, sizeof(double));
-        std::memcpy(to, from.data(), n * sizeof(double));
-        benchmark::DoNotOptimize(to);
-        std::free(to);
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n * sizeof(double)));
-}
-
 BENCHMARK(BM_BareHandOff)->UseRealTime();
 BENCHMARK(BM_Ping)->UseRealTime();
 BENCHMARK(BM_CreateNoneRelease)->UseRealTime();
@@ -160,15 +146,13 @@ BENCHMARK(BM_BufferGetDataOfCOrderedNumpy)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Memcpy)->Arg(100'000'000)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_MemcpyIntoFreshBuffer)->Arg(100'000'000)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(vxbench::BM_MemcpyIntoFreshBuffer)
+    ->Arg(100'000'000)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    startSystemPython();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    call("pyClose");
-    return 0;
+    return vxbench::runWithPython(argc, argv);
 }

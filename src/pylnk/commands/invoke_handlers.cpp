@@ -2,6 +2,7 @@
 
 #include "from_python/object_result.h"
 #include "service/handler_support.h"
+#include "to_python/convert_to_python.h"
 
 namespace pylnk {
 
@@ -26,6 +27,43 @@ VX_EXECUTE(pyInvokeHandler) {
 
 VX_EXECUTE(pyInvokeFastHandler) {
     reply(promise, buildObjectResult(invokeByAddress(nrhs, prhs), classMetadataCache()));
+}
+
+VX_EXECUTE(pyInvokeFastInputHandler) {
+    vd::TypedArray<vd::Array> input(prhs[1]);
+    vd::TypedArray<vd::Array> positional = input[0];
+    vd::StructArray keywords = input[1];
+
+    // A failed conversion is the whole reply, and nothing is called.
+    std::vector<H> arguments;
+    arguments.reserve(positional.getNumberOfElements());
+    for (const vd::Array& argument : positional) {
+        ConversionResult converted = convertToPython(argument);
+        if (!converted.object) {
+            reply(promise, converted.failure);
+            return;
+        }
+        arguments.push_back(std::move(converted.object));
+    }
+    // The handler's holders keep the tuple and the dict alive through the
+    // call; neither goes into the registry.
+    H tuple = sequence::pyTupleCreate(arguments);
+    std::vector<vd::Array> fastArguments = {
+        prhs[0], uint64Value(reinterpret_cast<std::uint64_t>(tuple.get()))};
+    H dict;
+    if (!keywords.isEmpty()) {
+        ConversionResult converted = convertKeywordArguments(keywords);
+        if (!converted.object) {
+            reply(promise, converted.failure);
+            return;
+        }
+        dict = std::move(converted.object);
+        fastArguments.push_back(uint64Value(reinterpret_cast<std::uint64_t>(dict.get())));
+    }
+    // The dict's extra reference goes back after the call, also when it raises.
+    ExtraReference extra(dict.get());
+    pyInvokeFastHandler fast;
+    fast.execute(name, nlhs, promise, fastArguments.size(), fastArguments.data());
 }
 
 namespace {

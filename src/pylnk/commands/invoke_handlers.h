@@ -10,5 +10,8 @@ VX_DECLARE_HANDLER(pyInvokeIntHandler);
 VX_DECLARE_HANDLER(pyInvokeUIntHandler);
 // pyInvoke answering with the whole object result of the returned value.
 VX_DECLARE_HANDLER(pyInvokeFastHandler);
+// pyInvokeFast with host arrays as arguments: a cell of positional arguments
+// and a struct of keyword arguments, converted here.
+VX_DECLARE_HANDLER(pyInvokeFastInputHandler);
 
 }  // namespace pylnk

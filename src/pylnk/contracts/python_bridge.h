@@ -14,6 +14,7 @@ namespace module = pylnk_core::api::module;
 namespace type = pylnk_core::api::type;
 namespace exception = pylnk_core::api::exception;
 namespace managed = pylnk_core::api::managed;
+namespace dataframe = pylnk_core::api::dataframe;
 using H = boost::shared_ptr<python::pyArray>;
 
 }  // namespace pylnk

@@ -9,6 +9,7 @@
 #include "introspection/class_handlers.h"
 #include "service/close_handler.h"
 #include "service/error_handlers.h"
+#include "to_python/numeric_arrays.h"
 
 namespace pylnk {
 
@@ -59,6 +60,8 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyIsCallableHandler>(table, "pyIsCallable", 1);
     row<pyInvokeHandler>(table, "pyInvoke", 2);
     row<pyInvokeFastHandler>(table, "pyInvokeFast", 2);
+    row<pyInvokeFastInputHandler>(table, "pyInvokeFastInput", 2);
+    row<pyCreateNumericArrayHandler>(table, "pyCreateNumericArray", 3);
     row<pyGetHashHandler>(table, "pyGetHash", 1);
     row<pyGetPropertyValueFastHandler>(table, "pyGetPropertyValueFast", 2);
     row<pyGetPropertyValueStructHandler>(table, "pyGetPropertyStruct", 2);

@@ -26,6 +26,8 @@ inline constexpr int Py_EQ = 2;
 // Buffer request flags.
 inline constexpr int PyBUF_FORMAT = 0x0004;
 inline constexpr int PyBUF_ANY_CONTIGUOUS = 0x0080 | 0x0010 | 0x0008;
+// Access of a memoryview over raw memory.
+inline constexpr int PyBUF_READ = 0x100;
 
 // The buffer view filled by PyObject_GetBuffer; a public struct whose layout
 // has not changed since 3.3.
@@ -125,6 +127,7 @@ inline constexpr int kRaisedExceptionSinceMinor = 12;
     X(PyUnicode_AsUTF8AndSize, const char*, (PyObject*, Py_ssize_t*), 0)                 \
     X(PyBytes_FromStringAndSize, PyObject*, (const char*, Py_ssize_t), 0)                \
     X(PyBytes_AsStringAndSize, int, (PyObject*, char**, Py_ssize_t*), 0)                 \
+    X(PyMemoryView_FromMemory, PyObject*, (char*, Py_ssize_t, int), 0)                   \
     X(PySequence_Check, int, (PyObject*), 0)                                             \
     X(PySequence_GetItem, PyObject*, (PyObject*, Py_ssize_t), 0)                         \
     X(PySequence_Tuple, PyObject*, (PyObject*), 0)                                       \

@@ -185,13 +185,19 @@ PyHolder pyCreateNumericArray(std::size_t byteCount, char typeCode, void* data) 
     if (byteCount > static_cast<std::size_t>(std::numeric_limits<Py_ssize_t>::max())) {
         raise(*t.ExcValueError, "pyCreateNumericArray was given too many bytes");
     }
-    Ref bytes = checked(t.PyBytes_FromStringAndSize(static_cast<const char*>(data),
-                                                    static_cast<Py_ssize_t>(byteCount)));
     Ref code = newString(std::string_view(&typeCode, 1));
     Ref module = importModule("array");
     Ref arrayClass = getAttr(module.get(), "array");
-    // array.array(code, bytes) copies the bytes as its items.
-    return hold(call(arrayClass.get(), {code.get(), bytes.get()}));
+    Ref result = call(arrayClass.get(), {code.get()});
+    if (byteCount > 0) {
+        // frombytes reads the caller's memory through a view: one copy,
+        // straight into the array's own storage.
+        Ref view = checked(t.PyMemoryView_FromMemory(
+            static_cast<char*>(data), static_cast<Py_ssize_t>(byteCount), capi::PyBUF_READ));
+        Ref frombytes = getAttr(result.get(), "frombytes");
+        call(frombytes.get(), {view.get()});
+    }
+    return hold(std::move(result));
 }
 
 void pyNumericArrayGetData(python::pyArray* object, std::size_t* byteLength, long* itemSize,

@@ -187,7 +187,7 @@ def stop_threads(timeout):
 )PY";
 
 const char* const* supportSources() {
-    static const char* const sources[] = {kSupportSource, nullptr};
+    static const char* const sources[] = {kSupportSource, kDataframeSupportSource, nullptr};
     return sources;
 }
 

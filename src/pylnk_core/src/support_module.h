@@ -8,6 +8,7 @@ namespace pylnk_core::detail {
 // Each area of the bridge that is plain Python keeps its source in a file of
 // its own and adds it to the list in support_module.cpp.
 extern const char* const kSupportSource;
+extern const char* const kDataframeSupportSource;
 const char* const* supportSources();
 
 }  // namespace pylnk_core::detail

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pylnk_core/collections.h"
+#include "pylnk_core/dataframe.h"
 #include "pylnk_core/errors.h"
 #include "pylnk_core/fetch.h"
 #include "pylnk_core/loader.h"

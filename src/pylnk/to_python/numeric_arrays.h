@@ -1,0 +1,37 @@
+// Numeric and logical host arrays into Python: a scalar for one element, an
+// array.array (one copy) for vectors and empty arrays, and a buffer object
+// over the host's own storage (no copy) for everything else.
+#pragma once
+
+#include <complex>
+#include <concepts>
+#include <cstdint>
+
+#include "service/py_handler_base.h"
+#include "to_python/convert_to_python.h"
+
+namespace pylnk {
+
+// The element types of ArrayType 4 to 15.
+template <class T>
+concept NumericElement = std::same_as<T, double> || std::same_as<T, float> ||
+    std::same_as<T, std::int8_t> || std::same_as<T, std::uint8_t> ||
+    std::same_as<T, std::int16_t> || std::same_as<T, std::uint16_t> ||
+    std::same_as<T, std::int32_t> || std::same_as<T, std::uint32_t> ||
+    std::same_as<T, std::int64_t> || std::same_as<T, std::uint64_t> ||
+    std::same_as<T, std::complex<double>> || std::same_as<T, std::complex<float>>;
+
+template <NumericElement T>
+ConversionResult convertNumericArray(foundation::veltradata::TypedArray<T> array);
+ConversionResult convertLogicalArray(foundation::veltradata::TypedArray<bool> array);
+
+// The array module's type code of a real numeric type ('d', 'f', 'b', 'B',
+// 'h', 'H', 'i', 'I', 'q', 'Q'); 0 for every other type.
+char typeCodeOf(foundation::veltradata::ArrayType type);
+bool isComplexType(const foundation::veltradata::Array& array);
+
+// A new array.array from a byte count, a type code and the data of any
+// numeric, logical or char array.
+VX_DECLARE_HANDLER(pyCreateNumericArrayHandler);
+
+}  // namespace pylnk

@@ -1,0 +1,83 @@
+#include "support_module.h"
+
+namespace pylnk_core::detail {
+
+// The pandas and NumPy side of tables and string data.
+const char* const kDataframeSupportSource = R"PY(
+def df_frame(columns):
+    import pandas
+    return pandas.DataFrame(columns)
+
+
+def df_series(column):
+    import pandas
+    return pandas.Series(column)
+
+
+def df_string_series(items):
+    import pandas
+    return pandas.Series(list(items), dtype='string')
+
+
+def df_categorical(items):
+    import pandas
+    return pandas.Categorical(list(items))
+
+
+def df_asarray(value):
+    import numpy
+    return numpy.asarray(value)
+
+
+def df_flatten(data):
+    import numpy
+    return numpy.ravel(data, order='F')
+
+
+def df_to_list(data):
+    tolist = getattr(data, 'tolist', None)
+    return tolist() if tolist is not None else list(data)
+
+
+def df_to_frame(series):
+    return series.to_frame()
+
+
+def df_reset_index(frame):
+    return frame.reset_index()
+
+
+def df_set_index(frame, label):
+    return frame.set_index(label)
+
+
+def df_relabel(frame, labels):
+    import pandas
+    result = frame.copy(deep=False)
+    result.columns = pandas.Index(list(labels), tupleize_cols=False)
+    return result
+
+
+def df_labels(frame):
+    return frame.columns.tolist()
+
+
+def df_item(container, label):
+    return container[label]
+
+
+def df_pop(frame, label):
+    return frame.pop(label)
+
+
+def df_isna(data):
+    import pandas
+    return pandas.isna(data)
+
+
+def df_holds_strings(values):
+    import pandas
+    return pandas.api.types.infer_dtype(values, skipna=True) == 'string'
+)PY";
+
+}  // namespace pylnk_core::detail
