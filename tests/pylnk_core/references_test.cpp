@@ -50,7 +50,10 @@ TEST_F(BridgeReferenceTest, SingletonsAndModulesComeWithAReference) {
         PyHolder again = module::pyCreateModule(u"sys");
         PyHolder builtins = module::pyCreateBuiltinsModule();
     }
-    EXPECT_EQ(refcount(sys.get()), moduleBefore);
+    // The import shortcut may keep one reference of its own to a module it
+    // has handed out; a lost or leaked reference per call shows as thousands.
+    EXPECT_GE(refcount(sys.get()), moduleBefore);
+    EXPECT_LE(refcount(sys.get()), moduleBefore + 1);
 }
 
 TEST_F(BridgeReferenceTest, ContainersAndCallsTakeNoReferenceTheyKeep) {
