@@ -63,9 +63,7 @@ class ModuleWalk {
                 metadata[0]["name"] = textArray(textOfObject(value.get()));
             } else if (keyText == u"__doc__") {
                 metadata[0]["docstring"] = textArray(textOfObject(value.get()));
-            } else if (!module::pyIsModule(value.get())) {
-                // A module the module imported is not listed, and so not
-                // retained either: the host could never release it.
+            } else {
                 sortEntry(key, value, keyText);
             }
         }
@@ -83,6 +81,11 @@ class ModuleWalk {
         entry[0]["name"] = textArray(keyText);
         entry[0]["docstring"] = textArray(attributeText(value.get(), "__doc__"));
         entry[0]["objectAddress"] = objectAddress(value);
+        // A module the module imported is not listed; it stays retained like
+        // every entry (it lives in sys.modules anyway).
+        if (module::pyIsModule(value.get())) {
+            return;
+        }
         if (object::pyInspect(value, "isclass")) {
             sortClass(key, value, entry);
             return;

@@ -86,10 +86,10 @@ void prepareInterpreter(const std::u16string& location) {
         step("taking the builtins module", [] { return module::pyCreateBuiltinsModule(); });
     warmUp("describing the builtins module", builtins);
     H importlib = importModule("importing importlib", u"importlib");
-    H ctypes = importModule("importing ctypes", u"ctypes");
-    H codecs = importModule("importing codecs", u"codecs");
     warmUp("describing importlib", importlib);
+    H ctypes = importModule("importing ctypes", u"ctypes");
     warmUp("describing ctypes", ctypes);
+    H codecs = importModule("importing codecs", u"codecs");
     warmUp("describing codecs", codecs);
     step("installing the console relay", [&] { installConsoleRelay(location); });
     // The held modules are dropped here; they stay imported.
