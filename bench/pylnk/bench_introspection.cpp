@@ -1,5 +1,6 @@
-// Class metadata of large library classes against a pure-Python walk that
-// does the same work (the same dir, __mro__ lookups, inspect predicates and
+// Class metadata of large library classes, and module metadata of the five
+// modules that start-up describes, each against a pure-Python walk that does
+// the same work (the same dir, __mro__ lookups, inspect predicates and
 // getfullargspec), and a fast call with a cached class against Ping.
 #include <benchmark/benchmark.h>
 
@@ -96,7 +97,31 @@ def walk(cls):
                 and getattr(bound, '__self__', None) is not None)
             methods.append((name, bound, _text(bound.__doc__), _signature(bound, static)))
     return facts, operators, properties, methods
+
+def _arg_types(value):
+    signature = _signature(value, False)
+    return signature[4] if len(signature) > 4 else []
+
+def walk_module(module):
+    import types
+    entries = []
+    for key, value in list(vars(module).items()):
+        if key in ('__name__', '__doc__') or isinstance(value, types.ModuleType):
+            continue
+        doc = _text(getattr(value, '__doc__', None))
+        if inspect.isclass(value):
+            if key == value.__name__ and getattr(module, '__name__', None) == value.__module__:
+                entries.append(walk(value))
+                continue
+            entries.append((key, doc, _arg_types(value), _text(value.__module__),
+                            [base.__module__ + '.' + base.__name__ for base in value.__bases__]))
+        else:
+            entries.append((key, doc, callable(value), _arg_types(value)))
+    return entries
 )PY";
+
+// The modules start-up describes, in its order.
+const char* const kWarmedModules[] = {"sys", "builtins", "importlib", "ctypes", "codecs"};
 
 std::string instanceOf(int which) {
     return which == 0 ? "__import__('pandas').DataFrame({'a': [1.0]})"
@@ -128,6 +153,76 @@ void BM_ClassMetadata(benchmark::State& state) {
         release(a);
     }
     release(object);
+}
+
+// Every address a module structure retained: the module, its entries, and
+// its classes with their members.
+void collectModuleRetained(const vd::Array& metadata, std::set<Address>& addresses) {
+    addresses.insert(addressOf(field(metadata, "objectAddress")));
+    for (const char* list : {"packageFunctions", "getterFunctions"}) {
+        const vd::Array row = field(metadata, list);
+        for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
+            addresses.insert(addressOf(field(row, "objectAddress", i)));
+        }
+    }
+    const vd::Array classes = field(metadata, "classes");
+    for (size_t i = 0; i < classes.getNumberOfElements(); ++i) {
+        vd::StructArray one = vd::ArrayFactory().createStructArray({1, 1}, fieldNames(classes));
+        for (const std::string& name : fieldNames(classes)) {
+            one[0][name] = field(classes, name, i);
+        }
+        collectRetained(one, addresses);
+    }
+}
+
+// What start-up's warm-up costs: the five modules described anew, one after
+// the other, with the cache emptied first (Range 5: all five; else one).
+void BM_ModuleMetadata(benchmark::State& state) {
+    const auto which = static_cast<size_t>(state.range(0));
+    std::vector<Address> modules;
+    for (size_t i = 0; i < 5; ++i) {
+        if (which == 5 || which == i) {
+            modules.push_back(fetch(kWarmedModules[i]));
+        }
+    }
+    std::vector<vd::Array> replies;
+    for (auto _ : state) {
+        call("ClearMetadataMap");
+        for (Address module : modules) {
+            replies.push_back(call("pyGetModuleMetaData", {addressArray(module)}));
+        }
+    }
+    std::set<Address> addresses;
+    for (const vd::Array& metadata : replies) {
+        collectModuleRetained(metadata, addresses);
+    }
+    for (Address a : addresses) {
+        release(a);
+    }
+    state.SetLabel(which == 5 ? "all five" : kWarmedModules[which]);
+}
+
+// The same walks in Python.
+void BM_PythonModuleWalk(benchmark::State& state) {
+    exec(kPythonWalk);
+    const auto which = static_cast<size_t>(state.range(0));
+    const Address walk = eval("walk_module");
+    std::vector<Address> argTuples;
+    for (size_t i = 0; i < 5; ++i) {
+        if (which == 5 || which == i) {
+            argTuples.push_back(tupleOf({fetch(kWarmedModules[i])}));
+        }
+    }
+    std::vector<vd::Array> results;
+    for (auto _ : state) {
+        for (Address args : argTuples) {
+            results.push_back(call("pyInvoke", {addressArray(walk), addressArray(args)}));
+        }
+    }
+    for (const vd::Array& result : results) {
+        call("Release", {result});
+    }
+    state.SetLabel(which == 5 ? "all five" : kWarmedModules[which]);
 }
 
 void BM_PythonWalk(benchmark::State& state) {
@@ -164,6 +259,8 @@ void BM_InvokeFastOfAFloatFunction(benchmark::State& state) {
 // Arguments: 0 pandas.DataFrame, 1 numpy.ndarray.
 BENCHMARK(BM_ClassMetadata)->Arg(0)->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PythonWalk)->Arg(0)->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ModuleMetadata)->DenseRange(0, 5)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PythonModuleWalk)->DenseRange(0, 5)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Ping)->UseRealTime();
 BENCHMARK(BM_InvokeFastOfAFloatFunction)->UseRealTime();
 

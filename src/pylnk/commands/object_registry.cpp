@@ -13,6 +13,12 @@ std::unordered_set<std::uint64_t>& registry() {
     return *addresses;
 }
 
+// The innermost live RegistryRollback, if any.
+RegistryRollback*& currentRollback() {
+    static RegistryRollback* current = nullptr;
+    return current;
+}
+
 }  // namespace
 
 std::uint64_t objectRegistryRetain(boost::shared_ptr<python::pyArray> object) {
@@ -20,6 +26,9 @@ std::uint64_t objectRegistryRetain(boost::shared_ptr<python::pyArray> object) {
     const auto key = reinterpret_cast<std::uint64_t>(raw);
     if (registry().insert(key).second) {
         managed::pyAddReference(raw);
+        if (RegistryRollback* rollback = currentRollback()) {
+            rollback->added_.push_back(key);
+        }
     }
     return key;
 }
@@ -34,6 +43,23 @@ void objectRegistryRelease(python::pyArray* object) {
 
 size_t objectRegistrySize() {
     return registry().size();
+}
+
+RegistryRollback::RegistryRollback() : outer_(currentRollback()) {
+    currentRollback() = this;
+}
+
+RegistryRollback::~RegistryRollback() {
+    currentRollback() = outer_;
+    if (kept_) {
+        if (outer_ != nullptr) {
+            outer_->added_.insert(outer_->added_.end(), added_.begin(), added_.end());
+        }
+        return;
+    }
+    for (auto key = added_.rbegin(); key != added_.rend(); ++key) {
+        objectRegistryRelease(reinterpret_cast<python::pyArray*>(*key));
+    }
 }
 
 }  // namespace pylnk

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "contracts/python_bridge.h"
 
@@ -19,5 +20,28 @@ void objectRegistryRelease(python::pyArray* object);
 
 // Number of registered addresses (for diagnostics and tests).
 size_t objectRegistrySize();
+
+// Notes the addresses that become registered while it lives, and releases
+// them again at its end unless keep() was called: a walk that fails half-way
+// leaves no reference behind whose address never reached the host.
+// Addresses registered before it began are not touched. Scopes nest; what an
+// inner scope keeps, the outer one still releases if it is not kept.
+class RegistryRollback {
+  public:
+    RegistryRollback();
+    ~RegistryRollback();
+    RegistryRollback(const RegistryRollback&) = delete;
+    RegistryRollback& operator=(const RegistryRollback&) = delete;
+
+    // The addresses are on their way to the host: they stay registered.
+    void keep() { kept_ = true; }
+
+  private:
+    friend std::uint64_t objectRegistryRetain(boost::shared_ptr<python::pyArray> object);
+
+    std::vector<std::uint64_t> added_;
+    RegistryRollback* outer_;
+    bool kept_ = false;
+};
 
 }  // namespace pylnk

@@ -44,22 +44,6 @@ const std::vector<std::string>& bareClassMetadataFields() {
     return *fields;
 }
 
-// Text of an attribute such as __module__ or __doc__: empty for None and on
-// any failure, which leaves no Python error set.
-std::u16string attributeText(python::pyArray* owner, const char* attribute) {
-    try {
-        H value = object::pyGetMember(owner, attribute);
-        return object::pyIsNone(value.get()) ? std::u16string() : textOfObject(value.get());
-    } catch (...) {
-        exception::pyErrorClear();
-        return {};
-    }
-}
-
-vd::Array textArray(const std::u16string& text) {
-    return text.empty() ? sharedEmptyText() : vd::standalone::ArrayFactory().createCharArray(text);
-}
-
 vd::Array addressOf(H object) {
     return vd::standalone::ArrayFactory().createScalar(objectRegistryRetain(std::move(object)));
 }
@@ -139,6 +123,20 @@ struct ClassifiedMember {
 };
 
 }  // namespace
+
+std::u16string attributeText(python::pyArray* owner, const char* attribute) {
+    try {
+        H value = object::pyGetMember(owner, attribute);
+        return object::pyIsNone(value.get()) ? std::u16string() : textOfObject(value.get());
+    } catch (...) {
+        exception::pyErrorClear();
+        return {};
+    }
+}
+
+vd::Array textArray(const std::u16string& text) {
+    return text.empty() ? sharedEmptyText() : vd::standalone::ArrayFactory().createCharArray(text);
+}
 
 const std::vector<std::string>& classMetadataFields() {
     static const auto* fields = new std::vector<std::string>{

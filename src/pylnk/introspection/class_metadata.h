@@ -23,6 +23,12 @@ foundation::veltradata::Array buildBaseNames(H cls);
 void buildOperators(H cls, const std::vector<std::string>& fields,
                     std::vector<foundation::veltradata::StructArray>& list);
 
+// Text of an attribute such as __module__ or __doc__: empty for None and on
+// any failure, which leaves no Python error set.
+std::u16string attributeText(python::pyArray* owner, const char* attribute);
+// A char array of the text; every empty text is one shared array.
+foundation::veltradata::Array textArray(const std::u16string& text);
+
 // Field lists shared with the module metadata.
 const std::vector<std::string>& classMetadataFields();
 const std::vector<std::string>& methodEntryFields();

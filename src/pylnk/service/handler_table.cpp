@@ -7,6 +7,7 @@
 #include "commands/scalar_handlers.h"
 #include "from_python/property_handlers.h"
 #include "introspection/class_handlers.h"
+#include "introspection/module_metadata.h"
 #include "service/close_handler.h"
 #include "service/error_handlers.h"
 #include "to_python/numeric_arrays.h"
@@ -106,6 +107,7 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyGetClassMetaDataHandler>(table, "pyGetClassMetaData", 1);
     row<pyGetClassPropertiesHandler>(table, "pyGetClassProperties", 1);
     row<pyInspectFastHandler>(table, "pyInspectFast", 2);
+    row<pyGetModuleMetaDataHandler>(table, "pyGetModuleMetaData", 1);
     row<pyGetBuiltinsNameHandler>(table, "pyGetBuiltinsName", 0);
     row<pyCreateBufferHandler>(table, "pyCreateBuffer", 1);
     row<pyIsColumnMajorHandler>(table, "pyIsColumnMajor", 1);

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "introspection/module_metadata.h"
 #include "service/console_relay.h"
 
 namespace pylnk {
@@ -68,20 +69,28 @@ H importModule(const char* what, const std::u16string& name) {
     return step(what, [&] { return module::pyCreateModule(name); });
 }
 
+// The module's metadata is cached ahead of the first request, under the
+// name of its "name" field.
+void warmUp(const char* what, const H& module) {
+    step(what, [&] { cacheModuleMetadata(module); });
+}
+
 }  // namespace
 
 void prepareInterpreter(const std::u16string& location) {
     H sys = importModule("importing sys", u"sys");
-    // Module metadata warm-up of sys goes here.
+    warmUp("describing sys", sys);
     searchPathStep(sys, location);
     H vxbuffer = importModule("importing libvxbuffer from the module folder", u"libvxbuffer");
     H builtins =
         step("taking the builtins module", [] { return module::pyCreateBuiltinsModule(); });
-    // Module metadata warm-up of the builtins module goes here.
+    warmUp("describing the builtins module", builtins);
     H importlib = importModule("importing importlib", u"importlib");
+    warmUp("describing importlib", importlib);
     H ctypes = importModule("importing ctypes", u"ctypes");
+    warmUp("describing ctypes", ctypes);
     H codecs = importModule("importing codecs", u"codecs");
-    // Module metadata warm-up of importlib, ctypes and codecs goes here.
+    warmUp("describing codecs", codecs);
     step("installing the console relay", [&] { installConsoleRelay(location); });
     // The held modules are dropped here; they stay imported.
 }

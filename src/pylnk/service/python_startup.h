@@ -1,6 +1,7 @@
 // Preparation of a freshly loaded interpreter, in this order: sys, the
 // module search path, libvxbuffer, builtins, importlib, ctypes, codecs, the
-// console relay.
+// console relay. The metadata of sys, builtins, importlib, ctypes and codecs
+// is cached on the way, so that the first request finds it.
 #pragma once
 
 #include <string>
