@@ -6,6 +6,7 @@
 #include "commands/object_handlers.h"
 #include "commands/scalar_handlers.h"
 #include "from_python/content_handlers.h"
+#include "from_python/equality_handlers.h"
 #include "from_python/property_handlers.h"
 #include "introspection/class_handlers.h"
 #include "service/close_handler.h"
@@ -130,6 +131,8 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyErrorOccurredHandler>(table, "pyErrorOccurred", 0);
     row<pyErrorFetchHandler>(table, "pyErrorFetch", 0);
     row<pyFetchHandler>(table, "pyFetch", 1);
+    row<pyIsEqualHandler>(table, "pyIsEqual", 1);
+    row<pyIsNumpyArrayEqualHandler>(table, "pyIsNumpyArrayEqual", 1);
 }
 
 size_t argumentsOf(const std::string& command) {
