@@ -33,8 +33,8 @@ const std::vector<std::string> kObjectResult{"object", "classProperties", "class
                                              "scalarData"};
 
 template <class T>
-T valueOf(const vd::Array& array, size_t index = 0) {
-    return vd::TypedArray<T>(array)[index];
+T valueOf(const vd::Array& array) {
+    return vd::TypedArray<T>(array)[0];
 }
 
 template <class T>
@@ -47,10 +47,9 @@ std::vector<T> valuesOf(const vd::Array& array) {
 void expectStringResult(const vd::Array& result, const std::string& text) {
     EXPECT_EQ(fieldNames(result), kObjectResult);
     EXPECT_EQ(valueOf<std::uint64_t>(field(result, "object")), 0u);
-    EXPECT_EQ(field(result, "classProperties").getType(), vd::ArrayType::CHAR);
-    EXPECT_TRUE(field(result, "classMetadata").isEmpty());
-    EXPECT_EQ(field(result, "scalarData").getType(), vd::ArrayType::VELTRA_STRING);
-    EXPECT_EQ(textOf(field(result, "scalarData")), text);
+    EXPECT_EQ(textOf(field(result, "classMetadata")), "");
+    EXPECT_EQ(stringsOf(field(result, "scalarData")),
+              std::vector<std::optional<std::string>>{text});
 }
 
 std::string strOfResult(const vd::Array& result) {
@@ -63,15 +62,12 @@ std::string strOfResult(const vd::Array& result) {
 }  // namespace
 
 TEST_F(Content, SequencesBecomeRowsOfObjectResultsInTheirOrder) {
-    for (const char* expression : {"[1.5, 'a', None]", "(1.5, 'a', None)"}) {
-        const vd::Array cell = of("pyConvertSequenceToCell", expression);
-        ASSERT_EQ(cell.getDimensions(), (Shape{1, 3})) << expression;
-        const vd::TypedArray<vd::Array> elements(cell);
-        EXPECT_EQ(fieldNames(elements[0]), kObjectResult);
-        EXPECT_EQ(valueOf<double>(field(elements[0], "scalarData")), 1.5);
-        EXPECT_EQ(strOfResult(elements[1]), "a");
-        EXPECT_EQ(strOfResult(elements[2]), "None");
-    }
+    const vd::TypedArray<vd::Array> cell = of("pyConvertSequenceToCell", "(1.5, 'a', None)");
+    ASSERT_EQ(cell.getDimensions(), (Shape{1, 3}));
+    EXPECT_EQ(fieldNames(cell[0]), kObjectResult);
+    EXPECT_EQ(valueOf<double>(field(cell[0], "scalarData")), 1.5);
+    EXPECT_EQ(strOfResult(cell[1]), "a");
+    EXPECT_EQ(strOfResult(cell[2]), "None");
     EXPECT_EQ(of("pyConvertSequenceToCell", "[]").getDimensions(), (Shape{1, 0}));
 }
 
@@ -84,8 +80,8 @@ TEST_F(Content, NumericSequencesKeepEachElementsTypeAndReportTheFirstFailedRead)
     };
     const vd::Array real = numeric("[7, 2.5, True]");
     EXPECT_EQ(textOf(field(real, "complexity")), "REAL");
-    EXPECT_EQ(field(real, "exceptionPosition").getType(), vd::ArrayType::VELTRA_STRING);
-    EXPECT_EQ(textOf(field(real, "exceptionPosition")), "NA");
+    EXPECT_EQ(stringsOf(field(real, "exceptionPosition")),
+              (std::vector<std::optional<std::string>>{"NA"}));
     const vd::TypedArray<vd::Array> values = field(real, "values");
     ASSERT_EQ(values.getDimensions(), (Shape{1, 3}));
     EXPECT_EQ(valueOf<std::int64_t>(values[0]), 7);
@@ -100,9 +96,7 @@ TEST_F(Content, NumericSequencesKeepEachElementsTypeAndReportTheFirstFailedRead)
     EXPECT_EQ(valueOf<std::complex<double>>(items[1]), std::complex<double>(1, -2));
     EXPECT_EQ(textOf(items[2]), "") << "no number is the empty string, not a failure";
 
-    const vd::Array empty = numeric("[]");
-    EXPECT_EQ(textOf(field(empty, "complexity")), "REAL");
-    EXPECT_EQ(field(empty, "values").getDimensions(), (Shape{1, 0}));
+    EXPECT_EQ(field(numeric("[]"), "values").getDimensions(), (Shape{1, 0}));
 
     // A failed read: its place, no values, and no Python error left behind.
     for (const auto& [expression, place] :
@@ -120,15 +114,12 @@ TEST_F(Content, TextOfListsTuplesAndSingleObjects) {
     EXPECT_EQ(list.getDimensions(), (Shape{1, 4}));
     EXPECT_EQ(stringsOf(list),
               (std::vector<std::optional<std::string>>{"1", "\xc3\xa9t\xc3\xa9", "None", "b'x'"}));
-    const vd::Array one = of("pyConvertToString", "2**70");
-    EXPECT_EQ(one.getType(), vd::ArrayType::VELTRA_STRING);
-    EXPECT_EQ(one.getDimensions(), (Shape{1, 1}));
-    EXPECT_EQ(textOf(one), "1180591620717411303424");
-    EXPECT_EQ(textOf(of("pyConvertToString", "'\\u65e5\\u672c'")), "\xe6\x97\xa5\xe6\x9c\xac");
     EXPECT_EQ(of("pyConvertToString", "()").getDimensions(), (Shape{1, 0}));
-    // Only exact lists and tuples are walked.
-    EXPECT_EQ(stringsOf(of("pyConvertToString", "collections.deque([1])")),
-              (std::vector<std::optional<std::string>>{"deque([1])"}));
+    // Anything but an exact list or tuple is one string, its str.
+    const vd::Array one = of("pyConvertToString", "collections.deque([2**70])");
+    EXPECT_EQ(one.getDimensions(), (Shape{1, 1}));
+    EXPECT_EQ(stringsOf(one),
+              (std::vector<std::optional<std::string>>{"deque([1180591620717411303424])"}));
 }
 
 TEST_F(Content, MappingsToStructsStopAtTheFirstKeyThatIsNoText) {
@@ -139,13 +130,9 @@ TEST_F(Content, MappingsToStructsStopAtTheFirstKeyThatIsNoText) {
     EXPECT_EQ(field(plain, "VELTRA::Cell2Struct::NonStringFieldNames").getType(),
               vd::ArrayType::CHAR);
 
-    const vd::Array ordered =
-        of("pyConvertMappingToStruct", "collections.OrderedDict([('z', 'last'), ('y', 2.0)])");
-    EXPECT_EQ(fieldNames(ordered), (std::vector<std::string>{"z", "y"}));
-    EXPECT_EQ(strOfResult(field(ordered, "z")), "last");
-    const vd::Array proxy =
-        of("pyConvertMappingToStruct", "types.MappingProxyType({'\\u00fc': None})");
-    EXPECT_EQ(fieldNames(proxy), (std::vector<std::string>{"\xc3\xbc"}));
+    EXPECT_EQ(fieldNames(of("pyConvertMappingToStruct",
+                            "collections.OrderedDict([('z', 1), ('\\u00fc', 2)])")),
+              (std::vector<std::string>{"z", "\xc3\xbc"}));
 }
 
 TEST_F(Content, DictionaryDataHoldsEveryItemTextByValueAndTheRestByAddress) {
@@ -184,8 +171,6 @@ TEST_F(Content, StringsEndAtNulAndBytesKeepEveryByte) {
     EXPECT_EQ(bytes.getDimensions(), (Shape{1, 4}));
     EXPECT_EQ(valuesOf<std::uint8_t>(bytes), (std::vector<std::uint8_t>{'a', 0, 0xff, 'z'}));
     EXPECT_EQ(of("pyGetBytes", "b''").getDimensions(), (Shape{1, 0}));
-    EXPECT_THROW(of("pyGetBytes", "'text'"), std::exception);
-    call("pyErrorClear");
 }
 
 TEST_F(Content, NumericDataIsCopiedIntoARowOfTheFormatsType) {
@@ -206,9 +191,7 @@ TEST_F(Content, NumericDataIsCopiedIntoARowOfTheFormatsType) {
                   converted("numpy.array([2**64 - 1], dtype=numpy.uint64)", vd::ArrayType::UINT64)),
               (std::vector<std::uint64_t>{UINT64_MAX}));
     converted("array.array('b', [-1])", vd::ArrayType::INT8);
-    converted("array.array('H', [1, 2])", vd::ArrayType::UINT16);
     converted("array.array('f')", vd::ArrayType::SINGLE);
-    converted("numpy.zeros(3, dtype=numpy.int32)", vd::ArrayType::INT32);
     // A matrix comes as one row in its own storage order.
     EXPECT_EQ(valuesOf<std::int16_t>(converted("numpy.arange(6, dtype=numpy.int16).reshape(2, 3)",
                                                vd::ArrayType::INT16)),
