@@ -1,5 +1,6 @@
 #include "from_python/content.h"
 
+#include <cstdint>
 #include <vector>
 
 #include "from_python/object_result.h"

@@ -7,6 +7,7 @@
 
 #include "from_python/content.h"
 #include "from_python/object_result.h"
+#include "introspection/shared_arrays.h"
 #include "service/handler_support.h"
 #include "to_python/numeric_arrays.h"
 
@@ -138,7 +139,7 @@ VX_EXECUTE(pyConvertMappingToStructHandler) {
         H key = sequence::pyGetItem(item.get(), 0);
         if (!primitive::pyIsString(key.get())) {
             names.emplace_back("VELTRA::Cell2Struct::NonStringFieldNames");
-            values.push_back(text(std::u16string()));
+            values.push_back(sharedEmptyText());
             break;
         }
         names.emplace_back(object::pyGetChars(key.get()));
@@ -176,10 +177,14 @@ VX_EXECUTE(pyNumericConversionHandler) {
             failure.what() + ").");
     }
     const NumericTypeCode* row = numericTypeCodeOf(fixedWidthCode(format, itemSize));
-    if (row == nullptr || bytes % row->itemSize != 0) {
-        throw std::invalid_argument("pyNumericConversion: no host type for the format '" +
-                                    std::string(format == 0 ? 0 : 1, format) + "' with items of " +
-                                    std::to_string(itemSize) + " bytes.");
+    const std::string described = "the format '" + std::string(format == 0 ? 0 : 1, format) +
+                                  "' with items of " + std::to_string(itemSize) + " bytes";
+    if (row == nullptr) {
+        throw std::invalid_argument("pyNumericConversion: no host type serves " + described + ".");
+    }
+    if (bytes % row->itemSize != 0) {
+        throw std::invalid_argument("pyNumericConversion: " + std::to_string(bytes) +
+                                    " bytes are no whole number of items of " + described + ".");
     }
     reply(promise, copiedRow(row->type, data, bytes / row->itemSize, row->itemSize));
 }
