@@ -52,7 +52,11 @@ TEST_F(BridgeValueTest, TextKeepsCodePointsLoneSurrogatesAndNuls) {
     EXPECT_STREQ(object::pyGetChars(text.get()), "caf\xc3\xa9 \xf0\x9f\x98\x80");
     const std::u16string lone = {u'a', char16_t(0xD800), u'b', char16_t(0xDC00)};
     EXPECT_EQ(object::get_ustring(primitive::pyCreateString(lone).get()), lone);
-    EXPECT_EQ(object::get_stdstring(evaluate("b'a\\x00b'").get()), std::string("a\0b", 3));
+    PyHolder bytes = evaluate("b'a\\x00b'");
+    EXPECT_EQ(object::get_stdstring(bytes.get()), std::string("a\0b", 3));
+    EXPECT_EQ(object::get_bytesview(bytes.get()), std::string_view("a\0b", 3));
+    EXPECT_THROW(object::get_bytesview(evaluate("bytearray(b'a')").get()), InternalPyException);
+    exception::pyErrorClear();
 }
 
 TEST_F(BridgeValueTest, NumericArraysCopyInAndShowTheirData) {

@@ -30,20 +30,12 @@ VX_EXECUTE(pyInvokeFastHandler) {
 }
 
 VX_EXECUTE(pyInvokeFastInputHandler) {
-    vd::TypedArray<vd::Array> input(prhs[1]);
-    vd::TypedArray<vd::Array> positional = input[0];
-    vd::StructArray keywords = input[1];
-
+    const HostCallInput input = readHostCallInput(prhs[1]);
     // A failed conversion is the whole reply, and nothing is called.
     std::vector<H> arguments;
-    arguments.reserve(positional.getNumberOfElements());
-    for (const vd::Array& argument : positional) {
-        ConversionResult converted = convertToPython(argument);
-        if (!converted.object) {
-            reply(promise, converted.failure);
-            return;
-        }
-        arguments.push_back(std::move(converted.object));
+    if (auto failure = convertPositionalValues(input.positional, arguments)) {
+        reply(promise, std::move(*failure));
+        return;
     }
     // The handler's holders keep the tuple and the dict alive through the
     // call; neither goes into the registry.
@@ -51,8 +43,8 @@ VX_EXECUTE(pyInvokeFastInputHandler) {
     std::vector<vd::Array> fastArguments = {
         prhs[0], uint64Value(reinterpret_cast<std::uint64_t>(tuple.get()))};
     H dict;
-    if (!keywords.isEmpty()) {
-        ConversionResult converted = convertKeywordArguments(keywords);
+    if (!input.keywords.isEmpty()) {
+        ConversionResult converted = convertKeywordArguments(input.keywords);
         if (!converted.object) {
             reply(promise, converted.failure);
             return;

@@ -5,6 +5,8 @@
 #include "commands/member_handlers.h"
 #include "commands/object_handlers.h"
 #include "commands/scalar_handlers.h"
+#include "from_python/content_handlers.h"
+#include "from_python/equality_handlers.h"
 #include "from_python/property_handlers.h"
 #include "introspection/class_handlers.h"
 #include "introspection/module_metadata.h"
@@ -73,6 +75,11 @@ void buildHandlerTable(HandlerTable& table) {
     row<pySequenceLengthHandler>(table, "pySequenceLength", 1);
     row<pySequenceGetHandler>(table, "pySequenceGet", 2);
     row<pyMappingGetItemsHandler>(table, "pyMappingGetItems", 1);
+    row<pyConvertSequenceToCellHandler>(table, "pyConvertSequenceToCell", 1);
+    row<pyConvertSequenceToNumericArrayHandler>(table, "pyConvertSequenceToNumericArray", 1);
+    row<pyConvertToStringHandler>(table, "pyConvertToString", 1);
+    row<pyConvertMappingToStructHandler>(table, "pyConvertMappingToStruct", 1);
+    row<pyConvertMappingToDictionaryHandler>(table, "pyConvertMappingToDictionary", 1);
     row<pyCreateTupleHandler>(table, "pyCreateTuple", 1);
     row<pyTupleSetHandler>(table, "pyTupleSet", 3);
     row<pyIsMappingHandler>(table, "pyIsMapping", 1);
@@ -97,10 +104,14 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyIsComplexHandler>(table, "pyIsComplex", 1);
     row<pyCreateComplexHandler>(table, "pyCreateComplex", 2);
     row<pyComplexGetPrHandler>(table, "pyComplexGetPr", 1);
+    row<pyDictGetDataHandler>(table, "pyDictGetData", 1);
     row<pyComplexGetPiHandler>(table, "pyComplexGetPi", 1);
     row<pyIsStringHandler>(table, "pyIsString", 1);
     row<pyCreateStringHandler>(table, "pyCreateString", 2);
+    row<pyStringGetStringHandler>(table, "pyStringGetString", 1);
+    row<pyStringGetStringArrayHandler>(table, "pyStringGetStringArray", 1);
     row<pyStringGetDataHandler>(table, "pyStringGetData", 1);
+    row<pyGetBytesHandler>(table, "pyGetBytes", 1);
     row<pyIsUnicodeHandler>(table, "pyIsUnicode", 1);
     row<pyCreateUnicodeHandler>(table, "pyCreateUnicode", 1);
     row<pyUnicodeGetDataHandler>(table, "pyUnicodeGetData", 1);
@@ -109,6 +120,7 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyInspectFastHandler>(table, "pyInspectFast", 2);
     row<pyGetModuleMetaDataHandler>(table, "pyGetModuleMetaData", 1);
     row<pyGetBuiltinsNameHandler>(table, "pyGetBuiltinsName", 0);
+    row<pyNumericConversionHandler>(table, "pyNumericConversion", 1);
     row<pyCreateBufferHandler>(table, "pyCreateBuffer", 1);
     row<pyIsColumnMajorHandler>(table, "pyIsColumnMajor", 1);
     row<pyCreateMemoryViewHandler>(table, "pyCreateMemoryView", 1);
@@ -121,6 +133,8 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyErrorOccurredHandler>(table, "pyErrorOccurred", 0);
     row<pyErrorFetchHandler>(table, "pyErrorFetch", 0);
     row<pyFetchHandler>(table, "pyFetch", 1);
+    row<pyIsEqualHandler>(table, "pyIsEqual", 1);
+    row<pyIsNumpyArrayEqualHandler>(table, "pyIsNumpyArrayEqual", 1);
 }
 
 size_t argumentsOf(const std::string& command) {

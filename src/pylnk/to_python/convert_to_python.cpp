@@ -145,29 +145,54 @@ ConversionResult convertPlainStruct(vd::StructArray array,
 }
 
 ConversionResult convertKeywordArguments(vd::Array keywords) {
-    vd::StructArray fields(std::move(keywords));
     H dict = mapping::pyCreateDict();
     managed::pyAddReference(dict.get());
     // Given back here on every failure, thrown or returned.
     ExtraReference extra(dict.get());
-    // A lone field pairs with nothing; fields that fit no pair still count.
-    const size_t pairs = fields.getNumberOfFields() / 2;
-    for (size_t i = 0; i < pairs; ++i) {
-        const std::string index = std::to_string(i);
-        vd::Array keyField = fields[0]["kwargKey" + index];
-        ConversionResult key = convertToPython(std::move(keyField));
-        if (!key.object) {
-            return key;
-        }
-        vd::Array valueField = fields[0]["kwargValue" + index];
-        ConversionResult value = convertToPython(std::move(valueField));
-        if (!value.object) {
-            return value;
-        }
-        mapping::pyMappingSetKey(dict.get(), key.object.get(), value.object.get());
+    const std::optional<vd::Array> failure = convertKeywordPairs(
+        vd::StructArray(std::move(keywords)),
+        [&](H key, H value) { mapping::pyMappingSetKey(dict.get(), key.get(), value.get()); });
+    if (failure) {
+        return failedWith(*failure);
     }
     extra.keep();
     return made(std::move(dict));
+}
+
+HostCallInput readHostCallInput(vd::Array input) {
+    vd::TypedArray<vd::Array> cell(std::move(input));
+    return HostCallInput{cell[0], cell[1]};
+}
+
+std::optional<vd::Array> convertPositionalValues(const vd::TypedArray<vd::Array>& values,
+                                                 std::vector<H>& objects) {
+    objects.reserve(objects.size() + values.getNumberOfElements());
+    for (const vd::Array& value : values) {
+        ConversionResult converted = convertToPython(value);
+        if (!converted.object) {
+            return std::move(converted.failure);
+        }
+        objects.push_back(std::move(converted.object));
+    }
+    return std::nullopt;
+}
+
+std::optional<vd::Array> convertKeywordPairs(const vd::StructArray& keywords,
+                                             const std::function<void(H key, H value)>& take) {
+    const size_t pairs = keywords.getNumberOfFields() / 2;
+    for (size_t i = 0; i < pairs; ++i) {
+        const std::string index = std::to_string(i);
+        ConversionResult key = convertToPython(keywords[0]["kwargKey" + index]);
+        if (!key.object) {
+            return std::move(key.failure);
+        }
+        ConversionResult value = convertToPython(keywords[0]["kwargValue" + index]);
+        if (!value.object) {
+            return std::move(value.failure);
+        }
+        take(std::move(key.object), std::move(value.object));
+    }
+    return std::nullopt;
 }
 
 }  // namespace pylnk

@@ -4,8 +4,10 @@
 // Everything here runs on the Python thread.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "contracts/host_array.h"
@@ -41,6 +43,31 @@ ConversionResult convertPlainStruct(foundation::veltradata::StructArray array,
 // more than its holder, which the caller gives back after the call (see
 // ExtraReference); on a failure it has been given back already.
 ConversionResult convertKeywordArguments(foundation::veltradata::Array keywords);
+
+// --- the values of a call sent as host arrays -------------------------------
+
+// A command's input made of a cell whose element 0 is a cell of positional
+// values and element 1 a struct of keyword pairs.
+struct HostCallInput {
+    foundation::veltradata::TypedArray<foundation::veltradata::Array> positional;
+    foundation::veltradata::StructArray keywords;
+};
+HostCallInput readHostCallInput(foundation::veltradata::Array input);
+
+// Converts the positional values, in storage order, onto the end of
+// `objects`. The first failed conversion stops it and its failure array is
+// returned; nothing is returned when every value converted.
+std::optional<foundation::veltradata::Array> convertPositionalValues(
+    const foundation::veltradata::TypedArray<foundation::veltradata::Array>& values,
+    std::vector<H>& objects);
+
+// Converts the pairs "kwargKey<i>" / "kwargValue<i>" of element 0, key then
+// value, and hands each pair to `take` before the next one is read. There are
+// (number of fields) / 2 pairs, looked up by name: a field that fits no pair
+// only counts. Failures as convertPositionalValues.
+std::optional<foundation::veltradata::Array> convertKeywordPairs(
+    const foundation::veltradata::StructArray& keywords,
+    const std::function<void(H key, H value)>& take);
 
 // The guarded region of a conversion: a Python failure becomes a failed
 // result with the report of the pending error (which the report consumes).

@@ -13,15 +13,9 @@ namespace vd = foundation::veltradata;
 
 namespace {
 
-struct TypeCode {
-    vd::ArrayType type;
-    char code;
-    size_t itemSize;
-};
-
 // The real numeric types and their codes in Python's array module; logical
 // and complex arrays have none.
-constexpr std::array<TypeCode, 10> kTypeCodes = {{
+constexpr std::array<NumericTypeCode, 10> kTypeCodes = {{
     {vd::ArrayType::DOUBLE, 'd', 8},
     {vd::ArrayType::SINGLE, 'f', 4},
     {vd::ArrayType::INT8, 'b', 1},
@@ -56,8 +50,17 @@ H scalarOf(T value) {
 
 }  // namespace
 
+const NumericTypeCode* numericTypeCodeOf(char code) {
+    for (const NumericTypeCode& row : kTypeCodes) {
+        if (row.code == code) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
 char typeCodeOf(vd::ArrayType type) {
-    for (const TypeCode& row : kTypeCodes) {
+    for (const NumericTypeCode& row : kTypeCodes) {
         if (row.type == type) {
             return row.code;
         }
@@ -132,12 +135,7 @@ VX_EXECUTE(pyCreateNumericArrayHandler) {
             "pyCreateNumericArray takes numeric, logical or char data, not " +
             vd::toString(data.getType()) + ".");
     }
-    const TypeCode* row = nullptr;
-    for (const TypeCode& candidate : kTypeCodes) {
-        if (candidate.code == typeCode) {
-            row = &candidate;
-        }
-    }
+    const NumericTypeCode* row = numericTypeCodeOf(typeCode);
     if (row == nullptr) {
         throw std::invalid_argument(std::string("pyCreateNumericArray: type code '") + typeCode +
                                     "' is not one of dfbBhHiIqQ.");

@@ -25,8 +25,17 @@ template <NumericElement T>
 ConversionResult convertNumericArray(foundation::veltradata::TypedArray<T> array);
 ConversionResult convertLogicalArray(foundation::veltradata::TypedArray<bool> array);
 
-// The array module's type code of a real numeric type ('d', 'f', 'b', 'B',
-// 'h', 'H', 'i', 'I', 'q', 'Q'); 0 for every other type.
+// A fixed-width type code of Python's array module and the real numeric
+// host type of its items.
+struct NumericTypeCode {
+    foundation::veltradata::ArrayType type;
+    char code;
+    size_t itemSize;
+};
+// The row of a type code ('d', 'f', 'b', 'B', 'h', 'H', 'i', 'I', 'q', 'Q');
+// null for any other character.
+const NumericTypeCode* numericTypeCodeOf(char code);
+// The array module's type code of a real numeric type; 0 for every other type.
 char typeCodeOf(foundation::veltradata::ArrayType type);
 bool isComplexType(const foundation::veltradata::Array& array);
 

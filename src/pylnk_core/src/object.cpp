@@ -173,12 +173,16 @@ std::u16string get_ustring(python::pyArray* object) {
 }
 
 std::string get_stdstring(python::pyArray* object) {
+    return std::string(get_bytesview(object));
+}
+
+std::string_view get_bytesview(python::pyArray* object) {
     const capi::Table& t = py();
     requireInstance(object, t.BytesType, "bytes");
     char* data = nullptr;
     Py_ssize_t size = 0;
     checked(t.PyBytes_AsStringAndSize(object, &data, &size));
-    return std::string(data, static_cast<std::size_t>(size));
+    return std::string_view(data, static_cast<std::size_t>(size));
 }
 
 std::string pyDatetimeGetTimezone(python::pyArray* datetime) {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -74,6 +75,9 @@ const char* pyGetChars(python::pyArray* object);
 std::u16string get_ustring(python::pyArray* object);
 // The bytes of a bytes object, embedded zero bytes included.
 std::string get_stdstring(python::pyArray* object);
+// The same bytes in place, for a caller that copies them once into storage of
+// its own. Valid while the object lives (a bytes object never changes).
+std::string_view get_bytesview(python::pyArray* object);
 
 // The time zone text of a datetime.datetime: the zone's key for a named zone
 // ("Europe/Paris"), otherwise what tzname() gives ("UTC", "UTC+02:00").
