@@ -202,7 +202,8 @@ TEST_F(Content, NumericDataIsCopiedIntoARowOfTheFormatsType) {
     for (const auto& [expression, named] :
          {std::pair{"[1.0, 2.0]", "'list'"}, std::pair{"numpy.zeros(2, dtype=bool)", "'?'"},
           std::pair{"numpy.zeros(2, dtype=complex)", "'Z'"},
-          std::pair{"numpy.arange(6.0)[::2]", "contiguous"}}) {
+          std::pair{"numpy.arange(6.0)[::2]", "contiguous"},
+          std::pair{"numpy.arange(3, dtype='>i2')", "byte order"}}) {
         try {
             of("pyNumericConversion", expression);
             ADD_FAILURE() << expression << " was converted";

@@ -70,14 +70,18 @@ TEST_F(BridgeValueTest, NumericArraysCopyInAndShowTheirData) {
     long itemSize = 0;
     char code = 0;
     void* data = nullptr;
-    PyHolder matrix = evaluate("__import__('numpy').arange(6, dtype='>i2').reshape(2, 3)");
+    PyHolder matrix = evaluate("__import__('numpy').arange(6, dtype='<i2').reshape(2, 3)");
     primitive::pyNumericArrayGetData(matrix.get(), &bytes, &itemSize, &code, &data);
     EXPECT_EQ(std::make_tuple(bytes, itemSize, code), std::make_tuple(12ul, 2l, 'h'));
-    EXPECT_THROW(
-        primitive::pyNumericArrayGetData(evaluate("__import__('numpy').arange(6)[::2]").get(),
-                                         &bytes, &itemSize, &code, &data),
-        InternalPyException);
-    exception::pyErrorClear();
+    // Neither strided data nor items in the other byte order can be read.
+    for (const char* refused :
+         {"__import__('numpy').arange(6)[::2]", "__import__('numpy').arange(6, dtype='>i2')"}) {
+        EXPECT_THROW(primitive::pyNumericArrayGetData(evaluate(refused).get(), &bytes, &itemSize,
+                                                      &code, &data),
+                     InternalPyException)
+            << refused;
+        exception::pyErrorClear();
+    }
     EXPECT_THROW(primitive::pyCreateNumericArray(7, 'd', values), InternalPyException);
 }
 

@@ -210,8 +210,17 @@ void pyNumericArrayGetData(python::pyArray* object, std::size_t* byteLength, lon
     capi::Py_buffer view{};
     checked(t.PyObject_GetBuffer(object, &view, capi::PyBUF_FORMAT | capi::PyBUF_ANY_CONTIGUOUS));
     // A format without a byte-order mark is native; with one, the item
-    // character follows it.
+    // character follows it. Items in the other byte order would read as
+    // wrong numbers, so they are refused.
     const char* format = view.format != nullptr ? view.format : "B";
+    const char foreignOrder = std::endian::native == std::endian::little ? '>' : '<';
+    if (format[0] == foreignOrder ||
+        (format[0] == '!' && std::endian::native != std::endian::big)) {
+        const std::string text = format;
+        t.PyBuffer_Release(&view);
+        raise(*t.ExcValueError, "the data of format '" + text +
+                                    "' is not in the machine's byte order; convert it first");
+    }
     if (format[0] != '\0' && std::strchr("@=<>!", format[0]) != nullptr) {
         ++format;
     }

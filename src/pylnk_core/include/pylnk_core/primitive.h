@@ -65,7 +65,8 @@ PyHolder pyCreateNumericArray(std::size_t byteCount, char typeCode, void* data);
 // contiguous NumPy array): its size in bytes, item size, item format
 // character (byte-order prefix dropped) and address. The address stays valid
 // while the object lives and is not resized. Raises for an object without a
-// contiguous buffer; out-parameters are then untouched.
+// contiguous buffer and for items in the other byte order; out-parameters are
+// then untouched.
 void pyNumericArrayGetData(python::pyArray* object, std::size_t* byteLength, long* itemSize,
                            char* typeCode, void** data);
 
