@@ -5,6 +5,7 @@
 #include "commands/member_handlers.h"
 #include "commands/object_handlers.h"
 #include "commands/scalar_handlers.h"
+#include "from_python/date_time.h"
 #include "from_python/property_handlers.h"
 #include "introspection/class_handlers.h"
 #include "service/close_handler.h"
@@ -119,6 +120,8 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyErrorOccurredHandler>(table, "pyErrorOccurred", 0);
     row<pyErrorFetchHandler>(table, "pyErrorFetch", 0);
     row<pyFetchHandler>(table, "pyFetch", 1);
+    row<pyDatetimeGetDataHandler>(table, "pyDatetimeGetData", 1);
+    row<pyTimeDeltaGetDataHandler>(table, "pyTimeDeltaGetData", 1);
 }
 
 size_t argumentsOf(const std::string& command) {
