@@ -18,12 +18,12 @@ Ref itemAt(PyObject* sequence, Py_ssize_t index) {
     return checked(py().PySequence_GetItem(sequence, index));
 }
 
-// The tuple a support function answers with, read item by item.
+// The tuple a support function answered with (borrowed), read item by item.
 class Parts {
   public:
-    explicit Parts(Ref tuple) : tuple_(std::move(tuple)) {}
+    explicit Parts(PyObject* tuple) : tuple_(tuple) {}
 
-    Ref item(Py_ssize_t index) const { return itemAt(tuple_.get(), index); }
+    Ref item(Py_ssize_t index) const { return itemAt(tuple_, index); }
 
     // The items of a contiguous buffer (a NumPy array, an array.array).
     template <class T>
@@ -76,10 +76,10 @@ class Parts {
 
     std::u16string text(Py_ssize_t index) const { return object::get_ustring(item(index).get()); }
 
-    bool isNone() const { return tuple_.get() == none(); }
+    bool isNone() const { return tuple_ == none(); }
 
   private:
-    Ref tuple_;
+    PyObject* tuple_;
 };
 
 std::int32_t narrowYear(std::int64_t year) {
@@ -93,31 +93,42 @@ std::int32_t narrowYear(std::int64_t year) {
 
 }  // namespace
 
-Datetime64ArrayComponents::Datetime64ArrayComponents(python::pyArray* array) {
-    Parts parts(callSupport("split_datetime64", {need(array)}));
+void DateComponentRows::readRows(python::pyArray* buffers, std::size_t first) {
+    const Parts parts(buffers);
+    const auto at = static_cast<Py_ssize_t>(first);
+    years_ = parts.items<std::int64_t>(at);
+    months_ = parts.items<std::int64_t>(at + 1);
+    days_ = parts.items<std::int64_t>(at + 2);
+    hours_ = parts.items<std::int64_t>(at + 3);
+    minutes_ = parts.items<std::int64_t>(at + 4);
+    seconds_ = parts.items<double>(at + 5);
+    milliseconds_ = parts.items<double>(at + 6);
+}
+
+bool ArrayComponentsLayout::readLayout(python::pyArray* answer) {
+    const Parts parts(answer);
     if (parts.isNone()) {
-        return;
+        return false;
     }
     valid_ = true;
     dims_ = parts.extents(0);
     nat_ = parts.flags(1);
-    years_ = parts.items<std::int64_t>(2);
-    months_ = parts.items<std::int64_t>(3);
-    days_ = parts.items<std::int64_t>(4);
-    hours_ = parts.items<std::int64_t>(5);
-    minutes_ = parts.items<std::int64_t>(6);
-    seconds_ = parts.items<double>(7);
-    milliseconds_ = parts.items<double>(8);
+    return true;
+}
+
+Datetime64ArrayComponents::Datetime64ArrayComponents(python::pyArray* array) {
+    Ref answer = callSupport("split_datetime64", {need(array)});
+    if (readLayout(answer.get())) {
+        readRows(answer.get(), 2);
+    }
 }
 
 Timedelta64ArrayComponents::Timedelta64ArrayComponents(python::pyArray* array) {
-    Parts parts(callSupport("split_timedelta64", {need(array)}));
-    if (parts.isNone()) {
+    Ref answer = callSupport("split_timedelta64", {need(array)});
+    if (!readLayout(answer.get())) {
         return;
     }
-    valid_ = true;
-    dims_ = parts.extents(0);
-    nat_ = parts.flags(1);
+    const Parts parts(answer.get());
     hours_ = parts.items<std::int64_t>(2);
     minutes_ = parts.items<std::int64_t>(3);
     seconds_ = parts.items<std::int64_t>(4);
@@ -163,20 +174,16 @@ Timedelta64Component::Timedelta64Component(python::pyArray* value) {
 }
 
 DatetimeListComponent::DatetimeListComponent(python::pyArray* list) {
-    Parts parts(callSupport("split_datetime_list", {need(list)}));
-    years_ = parts.items<std::int64_t>(0);
-    months_ = parts.items<std::int64_t>(1);
-    days_ = parts.items<std::int64_t>(2);
-    hours_ = parts.items<std::int64_t>(3);
-    minutes_ = parts.items<std::int64_t>(4);
-    seconds_ = parts.items<double>(5);
-    milliseconds_ = parts.items<double>(6);
+    Ref answer = callSupport("split_datetime_list", {need(list)});
+    const Parts parts(answer.get());
+    readRows(answer.get(), 0);
     timezone_ = parts.text(7);
     sameZone_ = parts.truth(8);
 }
 
 TimedeltaListComponent::TimedeltaListComponent(python::pyArray* list) {
-    Parts parts(callSupport("split_timedelta_list", {need(list)}));
+    Ref answer = callSupport("split_timedelta_list", {need(list)});
+    const Parts parts(answer.get());
     hours_ = parts.items<std::int64_t>(0);
     seconds_ = parts.items<std::int64_t>(1);
     milliseconds_ = parts.items<double>(2);

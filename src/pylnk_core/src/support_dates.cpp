@@ -16,6 +16,13 @@ _TICKS_PER_SECOND = {'ms': 10 ** 3, 'us': 10 ** 6, 'ns': 10 ** 9, 'ps': 10 ** 12
                      'fs': 10 ** 15, 'as': 10 ** 18}
 
 
+def _divmod(values, divisor):
+    """numpy.divmod by a positive number, floored, in a fraction of its
+    time: NumPy divides by a scalar quickly but takes remainders slowly."""
+    quotient = values // divisor
+    return quotient, values - quotient * divisor
+
+
 def _out_of_range(what):
     return OverflowError(what + ' out of the range of 64-bit components')
 
@@ -32,9 +39,9 @@ def _ticks(values, kind):
     flat = values.ravel(order='F')
     if not flat.dtype.isnative:
         flat = flat.astype(flat.dtype.newbyteorder('='))
-    ticks = flat.view(numpy.int64)
+    ticks = numpy.array(flat.view(numpy.int64))
     nat = ticks == _NAT
-    ticks = numpy.where(nat, 0, ticks)
+    ticks[nat] = 0
     unit, count = numpy.datetime_data(values.dtype)
     if count != 1:
         if ticks.size and int(numpy.abs(ticks).max()) > _INT64_MAX // count:
@@ -58,7 +65,7 @@ def _civil(era, day_of_era):
     doy = doe - (365 * yoe + yoe // 4 - yoe // 100)
     mp = (5 * doy + 2) // 153
     day = doy - (153 * mp + 2) // 5 + 1
-    month = numpy.where(mp < 10, mp + 3, mp - 9)
+    month = mp + 3 - 12 * (mp >= 10)
     year = yoe + era * 400 + (month <= 2)
     return year, month, day
 
@@ -71,49 +78,100 @@ def _milliseconds(fraction, per_second):
     return numpy.minimum(fraction / (per_second // 1000), numpy.nextafter(1000.0, 0.0))
 
 
+# Arrays are taken apart a slice at a time: the many intermediate arrays of
+# a slice stay in the processor's cache, which makes the whole several times
+# faster than steps over whole arrays.
+_SLICE = 1 << 15
+
+
+def _in_slices(found, parts_of, kinds):
+    """(shape, NaT mask) and one whole array for each letter of kinds ('q'
+    int64, 'd' float64), filled slice by slice from parts_of(ticks, unit),
+    zero at NaT."""
+    import numpy
+    shape, nat, ticks, unit = found
+    columns = [numpy.zeros(ticks.size, numpy.int64 if kind == 'q' else numpy.float64)
+               for kind in kinds]
+    for start in range(0, ticks.size, _SLICE):
+        at = slice(start, start + _SLICE)
+        for column, values in zip(columns, parts_of(ticks[at], unit)):
+            column[at] = values
+    if nat.any():
+        for column in columns:
+            column[nat] = 0
+    return (shape, nat) + tuple(columns)
+
+
+def _date_parts(ticks, unit):
+    """Year, month, day, hour, minute, second and millisecond of the ticks."""
+    if unit == 'Y':
+        if ticks.size and int(ticks.max()) > _INT64_MAX - 1970:
+            raise _out_of_range('year')
+        return ticks + 1970, 1, 1, 0, 0, 0, 0
+    if unit == 'M':
+        years, months = _divmod(ticks, 12)
+        return years + 1970, months + 1, 1, 0, 0, 0, 0
+    hour = minute = second = millisecond = 0
+    if unit == 'W':
+        # 400 years are whole weeks: weeks fold into cycles without a count
+        # of days that could leave 64 bits.
+        era, weeks = _divmod(ticks, 20871)
+        days_of_era = weeks * 7
+    else:
+        if unit in _TICKS_PER_SECOND:
+            per_second = _TICKS_PER_SECOND[unit]
+            seconds, fraction = _divmod(ticks, per_second)
+            millisecond = _milliseconds(fraction, per_second)
+            days, of_day = _divmod(seconds, 86400)
+        elif unit in ('h', 'm', 's'):
+            days, rest = _divmod(ticks, 86400 // _SECONDS[unit])
+            of_day = rest * _SECONDS[unit]
+        else:
+            days, of_day = ticks, 0
+        hour, rest = _divmod(of_day, 3600)
+        minute, second = _divmod(rest, 60)
+        era, days_of_era = _divmod(days, 146097)
+    year, month, day = _civil(era, days_of_era)
+    return year, month, day, hour, minute, second, millisecond
+
+
 def split_datetime64(values):
     """Calendar components of a datetime64 array, column-major, zero at NaT:
     (shape, NaT mask, year, month, day, hour, minute as int64, second and
     millisecond as float64); None for another dtype."""
-    import numpy
     found = _ticks(values, 'M')
     if found is None:
         return None
-    shape, nat, ticks, unit = found
-    zero = numpy.zeros_like(ticks)
-    hour = minute = second = zero
-    millisecond = numpy.zeros(ticks.shape)
-    if unit == 'Y':
-        if ticks.size and int(ticks.max()) > _INT64_MAX - 1970:
-            raise _out_of_range('year')
-        year, month, day = ticks + 1970, zero + 1, zero + 1
-    elif unit == 'M':
-        year, month, day = ticks // 12 + 1970, ticks % 12 + 1, zero + 1
+    return _in_slices(found, _date_parts, 'qqqqqdd')
+
+
+def _duration_parts(ticks, unit):
+    """Hours, minutes, seconds and milliseconds of the ticks, each with the
+    sign of the duration."""
+    import numpy
+    if unit == 'generic' and numpy.any(ticks):
+        raise ValueError('a timedelta64 without a unit has no length')
+    size = numpy.abs(ticks)
+    if unit in _TICKS_PER_SECOND:
+        per_second = _TICKS_PER_SECOND[unit]
+        seconds, fraction = _divmod(size, per_second)
+        hours, rest = _divmod(seconds, 3600)
+        milliseconds = fraction if unit == 'ms' else _milliseconds(fraction, per_second)
     else:
-        if unit == 'W':
-            # 400 years are whole weeks: weeks fold into cycles without a
-            # count of days that could leave 64 bits.
-            era, weeks = numpy.divmod(ticks, 20871)
-            days_of_era = weeks * 7
-        else:
-            if unit in _TICKS_PER_SECOND:
-                per_second = _TICKS_PER_SECOND[unit]
-                seconds, fraction = numpy.divmod(ticks, per_second)
-                millisecond = _milliseconds(fraction, per_second)
-                days, of_day = numpy.divmod(seconds, 86400)
-            elif unit in ('h', 'm', 's'):
-                days, rest = numpy.divmod(ticks, 86400 // _SECONDS[unit])
-                of_day = rest * _SECONDS[unit]
-            else:
-                days, of_day = ticks, zero
-            hour, rest = numpy.divmod(of_day, 3600)
-            minute, whole = numpy.divmod(rest, 60)
-            second = whole.astype(numpy.float64)
-            era, days_of_era = numpy.divmod(days, 146097)
-        year, month, day = _civil(era, days_of_era)
-    parts = [year, month, day, hour, minute, second, millisecond]
-    parts = [numpy.where(nat, 0, part) for part in parts]
-    return (shape, nat) + tuple(numpy.ascontiguousarray(p) for p in parts)
+        # size * length / 3600 hours, in parts that stay within 64 bits
+        # whenever the hours themselves do.
+        length = _SECONDS[unit]
+        if size.size and length > 3600 and int(size.max()) > _INT64_MAX * 3600 // length:
+            raise _out_of_range('timedelta64[%s]' % unit)
+        per_hour, extra = divmod(length, 3600)
+        high, low = _divmod(size, 3600)
+        hours = size * per_hour + high * extra + low * extra // 3600
+        rest = _divmod(low * extra, 3600)[1]
+        milliseconds = 0
+    minutes, seconds = _divmod(rest, 60)
+    sign = numpy.sign(ticks)
+    # Adding 0 leaves no negative zero among the floats.
+    return tuple(part * sign + 0 for part in (hours, minutes, seconds, milliseconds))
 
 
 def split_timedelta64(values):
@@ -123,40 +181,11 @@ def split_timedelta64(values):
     duration, so h*3600000 + m*60000 + s*1000 + ms is the duration in
     milliseconds. The milliseconds are int64 and `whole` True for the unit ms
     and coarser, float64 and False for finer units. None for another dtype."""
-    import numpy
     found = _ticks(values, 'm')
     if found is None:
         return None
-    shape, nat, ticks, unit = found
-    if unit == 'generic' and numpy.any(ticks):
-        raise ValueError('a timedelta64 without a unit has no length')
-    size = numpy.abs(ticks)
-    if unit in _TICKS_PER_SECOND:
-        per_second = _TICKS_PER_SECOND[unit]
-        seconds, fraction = numpy.divmod(size, per_second)
-        hours, rest = numpy.divmod(seconds, 3600)
-        whole = unit == 'ms'
-        milliseconds = fraction if whole else _milliseconds(fraction, per_second)
-    else:
-        # size * length / 3600 hours, in parts that stay within 64 bits
-        # whenever the hours themselves do.
-        length = _SECONDS[unit]
-        if size.size and length > 3600 and int(size.max()) > _INT64_MAX * 3600 // length:
-            raise _out_of_range('timedelta64[%s]' % unit)
-        per_hour, extra = divmod(length, 3600)
-        high, low = numpy.divmod(size, 3600)
-        hours = size * per_hour + high * extra + low * extra // 3600
-        rest = low * extra % 3600
-        whole = True
-        milliseconds = numpy.zeros_like(size)
-    minutes, seconds = numpy.divmod(rest, 60)
-    negative = ticks < 0
-    parts = []
-    for part in (hours, minutes, seconds, milliseconds):
-        # 0 - x, not -x: no negative zero among the floats.
-        part = numpy.where(negative, 0 - part, part)
-        parts.append(numpy.ascontiguousarray(numpy.where(nat, 0, part)))
-    return (shape, nat) + tuple(parts) + (whole,)
+    whole = found[3] not in _TICKS_PER_SECOND or found[3] == 'ms'
+    return _in_slices(found, _duration_parts, 'qqq' + ('q' if whole else 'd')) + (whole,)
 
 
 def split_datetime_list(items):

@@ -68,20 +68,10 @@ class Timedelta64Component {
     bool msInt_ = true;
 };
 
-// The components of a NumPy array of datetime64, as Datetime64Component
-// gives them for one value. Vectors are returned by reference and live as
-// long as the object.
-class Datetime64ArrayComponents {
+// Year to millisecond, one entry per date, as the array and list classes
+// below hand them out: by reference, living as long as the object.
+class DateComponentRows {
   public:
-    // isValid is false, and every vector empty, for an object whose dtype
-    // is not datetime64 (NumPy's own dtypes only).
-    explicit Datetime64ArrayComponents(python::pyArray* array);
-
-    bool isValid() const { return valid_; }
-    std::size_t numel() const { return nat_.size(); }
-    // The number of dimensions and their extents (none for a 0-d array).
-    std::pair<std::size_t, std::vector<std::size_t>> shape() const { return {dims_.size(), dims_}; }
-    const std::vector<bool>& natIndices() const { return nat_; }
     const std::vector<std::int64_t>& years() const { return years_; }
     const std::vector<std::int64_t>& months() const { return months_; }
     const std::vector<std::int64_t>& days() const { return days_; }
@@ -90,28 +80,53 @@ class Datetime64ArrayComponents {
     const std::vector<double>& seconds() const { return seconds_; }
     const std::vector<double>& milliseconds() const { return milliseconds_; }
 
+  protected:
+    // The seven rows from items first to first + 6 of a sequence of buffers.
+    void readRows(python::pyArray* buffers, std::size_t first);
+
+    std::vector<std::int64_t> years_, months_, days_, hours_, minutes_;
+    std::vector<double> seconds_, milliseconds_;
+};
+
+// What the two array classes below know of the array itself.
+class ArrayComponentsLayout {
+  public:
+    bool isValid() const { return valid_; }
+    std::size_t numel() const { return nat_.size(); }
+    // The number of dimensions and their extents (none for a 0-d array).
+    std::pair<std::size_t, std::vector<std::size_t>> shape() const { return {dims_.size(), dims_}; }
+    const std::vector<bool>& natIndices() const { return nat_; }
+
+  protected:
+    // Reads the shape and NaT mask, items 0 and 1 of the support code's
+    // answer; false, and the object left invalid, for None (another dtype).
+    bool readLayout(python::pyArray* answer);
+
   private:
     bool valid_ = false;
     std::vector<std::size_t> dims_;
     std::vector<bool> nat_;
-    std::vector<std::int64_t> years_, months_, days_, hours_, minutes_;
-    std::vector<double> seconds_, milliseconds_;
+};
+
+// The components of a NumPy array of datetime64, as Datetime64Component
+// gives them for one value.
+class Datetime64ArrayComponents : public ArrayComponentsLayout, public DateComponentRows {
+  public:
+    // isValid is false, and every vector empty, for an object whose dtype
+    // is not datetime64 (NumPy's own dtypes only).
+    explicit Datetime64ArrayComponents(python::pyArray* array);
 };
 
 // The components of a NumPy array of timedelta64, as Timedelta64Component
 // gives them for one value. Only the millisecond vector that isMsInt names
 // is filled; the other is empty.
-class Timedelta64ArrayComponents {
+class Timedelta64ArrayComponents : public ArrayComponentsLayout {
   public:
     // isValid is false, and every vector empty, for an object whose dtype
     // is not timedelta64.
     explicit Timedelta64ArrayComponents(python::pyArray* array);
 
-    bool isValid() const { return valid_; }
     bool isMsInt() const { return msInt_; }
-    std::size_t numel() const { return nat_.size(); }
-    std::pair<std::size_t, std::vector<std::size_t>> shape() const { return {dims_.size(), dims_}; }
-    const std::vector<bool>& natIndices() const { return nat_; }
     const std::vector<std::int64_t>& hours() const { return hours_; }
     const std::vector<std::int64_t>& minutes() const { return minutes_; }
     const std::vector<std::int64_t>& seconds() const { return seconds_; }
@@ -119,10 +134,7 @@ class Timedelta64ArrayComponents {
     const std::vector<std::int64_t>& milliseconds_int() const { return millisecondsInt_; }
 
   private:
-    bool valid_ = false;
     bool msInt_ = true;
-    std::vector<std::size_t> dims_;
-    std::vector<bool> nat_;
     std::vector<std::int64_t> hours_, minutes_, seconds_, millisecondsInt_;
     std::vector<double> milliseconds_;
 };
@@ -131,7 +143,7 @@ class Timedelta64ArrayComponents {
 // count), in its order, each read as the object states it (no conversion
 // between zones): the second whole, the milliseconds microsecond / 1000.
 // Raises for an element that is no datetime or whose time zone gives no text.
-class DatetimeListComponent {
+class DatetimeListComponent : public DateComponentRows {
   public:
     DatetimeListComponent() = default;
     explicit DatetimeListComponent(python::pyArray* list);
@@ -139,13 +151,6 @@ class DatetimeListComponent {
     DatetimeListComponent& operator=(DatetimeListComponent&&) noexcept = default;
     ~DatetimeListComponent() = default;
 
-    const std::vector<std::int64_t>& years() const { return years_; }
-    const std::vector<std::int64_t>& months() const { return months_; }
-    const std::vector<std::int64_t>& days() const { return days_; }
-    const std::vector<std::int64_t>& hours() const { return hours_; }
-    const std::vector<std::int64_t>& minutes() const { return minutes_; }
-    const std::vector<double>& seconds() const { return seconds_; }
-    const std::vector<double>& milliseconds() const { return milliseconds_; }
     // The zone text of the first element, as object::pyDatetimeGetTimezone
     // gives it (empty for a naive one or an empty list).
     const std::u16string& timezone() const { return timezone_; }
@@ -154,8 +159,6 @@ class DatetimeListComponent {
     bool areTimeZoneElementsOfListSame() const { return sameZone_; }
 
   private:
-    std::vector<std::int64_t> years_, months_, days_, hours_, minutes_;
-    std::vector<double> seconds_, milliseconds_;
     std::u16string timezone_;
     bool sameZone_ = true;
 };
