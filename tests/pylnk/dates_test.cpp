@@ -107,6 +107,10 @@ TEST_F(Dates, NumpyScalarsOfEveryUnitBefore1970AndBeyondYear9999) {
               (V{1969, 12, 31, 23, 59, 59, 999.999999999999, 0}));
     EXPECT_EQ(date("numpy.datetime64(3, '10m')"), (V{1970, 1, 1, 0, 30, 0, 0, 0}));
     EXPECT_EQ(date("numpy.datetime64('NaT', 'ns')"), (V{0, 0, 0, 0, 0, 0, 0, 1}));
+    // The scalar's year has 32 bits; the default road leaves the error set.
+    EXPECT_THROW(dates("numpy.datetime64(2**40, 'Y')"), std::exception);
+    EXPECT_TRUE(errorOccurred());
+    call("pyErrorClear");
 
     auto duration = [](const std::string& expression) {
         const vd::Array inner = field(durations(expression), "VELTRAPyHost_pyTimedelta64Scalar");
