@@ -54,7 +54,6 @@ def _civil(era, day_of_era):
     """Proleptic Gregorian year, month and day of the day `day_of_era` in the
     400-year cycle `era`, counted from 1970-01-01; floor arithmetic, so that
     days before 1970 and years beyond 1..9999 come out right."""
-    import numpy
     # Shift the origin to 0000-03-01, 719468 days before 1970-01-01, where
     # leap days fall at the end of the year; 719468 is 4 cycles and 135080.
     day_of_era = day_of_era + 135080
@@ -71,8 +70,8 @@ def _civil(era, day_of_era):
 
 
 def _milliseconds(fraction, per_second):
-    """The milliseconds of a fraction of a second in ticks. Below a
-    femtosecond a double cannot tell the last tick of a second from the next
+    """The milliseconds of a fraction of a second in ticks. At femto- and
+    attoseconds a double cannot tell the last ticks of a second from the next
     second: those stay just below 1000."""
     import numpy
     return numpy.minimum(fraction / (per_second // 1000), numpy.nextafter(1000.0, 0.0))
