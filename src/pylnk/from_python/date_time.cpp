@@ -133,7 +133,7 @@ constexpr std::array<TypeRow, 5> kTimedeltaRows = {{
 void answerByType(const std::string& command, std::span<const TypeRow> rows,
                   python::pyArray* object, ReplyPromise* promise) {
     H mro = object::pyGetMember(object::pyGetType(object).get(), "__mro__");
-    std::string typeName = "of a type without a name";
+    std::string typeName = "<unnamed>";
     const unsigned long long count = sequence::pySequenceLength(mro.get());
     for (unsigned long long k = 0; k < count; ++k) {
         std::string name;
