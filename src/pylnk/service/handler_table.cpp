@@ -7,6 +7,7 @@
 #include "commands/scalar_handlers.h"
 #include "from_python/content_handlers.h"
 #include "from_python/equality_handlers.h"
+#include "from_python/date_time.h"
 #include "from_python/property_handlers.h"
 #include "introspection/class_handlers.h"
 #include "introspection/module_metadata.h"
@@ -64,7 +65,6 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyInvokeHandler>(table, "pyInvoke", 2);
     row<pyInvokeFastHandler>(table, "pyInvokeFast", 2);
     row<pyInvokeFastInputHandler>(table, "pyInvokeFastInput", 2);
-    row<pyCreateNumericArrayHandler>(table, "pyCreateNumericArray", 3);
     row<pyGetHashHandler>(table, "pyGetHash", 1);
     row<pyGetPropertyValueFastHandler>(table, "pyGetPropertyValueFast", 2);
     row<pyGetPropertyValueStructHandler>(table, "pyGetPropertyStruct", 2);
@@ -104,6 +104,8 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyIsComplexHandler>(table, "pyIsComplex", 1);
     row<pyCreateComplexHandler>(table, "pyCreateComplex", 2);
     row<pyComplexGetPrHandler>(table, "pyComplexGetPr", 1);
+    row<pyDatetimeGetDataHandler>(table, "pyDatetimeGetData", 1);
+    row<pyTimeDeltaGetDataHandler>(table, "pyTimeDeltaGetData", 1);
     row<pyDictGetDataHandler>(table, "pyDictGetData", 1);
     row<pyComplexGetPiHandler>(table, "pyComplexGetPi", 1);
     row<pyIsStringHandler>(table, "pyIsString", 1);
@@ -115,12 +117,13 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyIsUnicodeHandler>(table, "pyIsUnicode", 1);
     row<pyCreateUnicodeHandler>(table, "pyCreateUnicode", 1);
     row<pyUnicodeGetDataHandler>(table, "pyUnicodeGetData", 1);
+    row<pyGetModuleMetaDataHandler>(table, "pyGetModuleMetaData", 1);
     row<pyGetClassMetaDataHandler>(table, "pyGetClassMetaData", 1);
     row<pyGetClassPropertiesHandler>(table, "pyGetClassProperties", 1);
     row<pyInspectFastHandler>(table, "pyInspectFast", 2);
-    row<pyGetModuleMetaDataHandler>(table, "pyGetModuleMetaData", 1);
     row<pyGetBuiltinsNameHandler>(table, "pyGetBuiltinsName", 0);
     row<pyNumericConversionHandler>(table, "pyNumericConversion", 1);
+    row<pyCreateNumericArrayHandler>(table, "pyCreateNumericArray", 3);
     row<pyCreateBufferHandler>(table, "pyCreateBuffer", 1);
     row<pyIsColumnMajorHandler>(table, "pyIsColumnMajor", 1);
     row<pyCreateMemoryViewHandler>(table, "pyCreateMemoryView", 1);

@@ -174,6 +174,7 @@ inline constexpr int kRaisedExceptionSinceMinor = 12;
     X(ExcIndexError, "PyExc_IndexError", PyObject*)                   \
     X(ExcRuntimeError, "PyExc_RuntimeError", PyObject*)               \
     X(ExcAttributeError, "PyExc_AttributeError", PyObject*)           \
+    X(ExcOverflowError, "PyExc_OverflowError", PyObject*)             \
     X(ExcModuleNotFoundError, "PyExc_ModuleNotFoundError", PyObject*) \
     X(IgnoreEnvironmentFlag, "Py_IgnoreEnvironmentFlag", int)         \
     X(NoUserSiteDirectory, "Py_NoUserSiteDirectory", int)

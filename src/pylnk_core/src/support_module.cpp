@@ -187,7 +187,8 @@ def stop_threads(timeout):
 )PY";
 
 const char* const* supportSources() {
-    static const char* const sources[] = {kSupportSource, kDataframeSupportSource, nullptr};
+    static const char* const sources[] = {kSupportSource, kDataframeSupportSource,
+                                          kDatesSupportSource, nullptr};
     return sources;
 }
 

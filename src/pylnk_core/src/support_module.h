@@ -9,6 +9,7 @@ namespace pylnk_core::detail {
 // its own and adds it to the list in support_module.cpp.
 extern const char* const kSupportSource;
 extern const char* const kDataframeSupportSource;
+extern const char* const kDatesSupportSource;
 const char* const* supportSources();
 
 }  // namespace pylnk_core::detail

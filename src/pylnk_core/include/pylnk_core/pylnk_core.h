@@ -3,6 +3,7 @@
 
 #include "pylnk_core/collections.h"
 #include "pylnk_core/dataframe.h"
+#include "pylnk_core/date_components.h"
 #include "pylnk_core/errors.h"
 #include "pylnk_core/fetch.h"
 #include "pylnk_core/loader.h"
