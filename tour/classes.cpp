@@ -6,14 +6,6 @@ namespace tour {
 
 namespace {
 
-vd::Array fieldOf(const vd::Array& s, const std::string& name, size_t index = 0) {
-    return vd::StructArray(s)[index][name];
-}
-
-std::string textIn(const vd::Array& s, const std::string& name, size_t index = 0) {
-    return vd::CharArray(fieldOf(s, name, index)).toAscii();
-}
-
 // Names of a row of entries; the dunder names that every class has are
 // counted, not listed.
 std::string namesOf(const vd::Array& row, bool allNames = true) {
@@ -37,16 +29,6 @@ size_t indexOf(const vd::Array& row, const std::string& name) {
         }
     }
     return 0;
-}
-
-std::string stringList(const vd::Array& strings) {
-    vd::TypedArray<vd::VELTRAString> view(strings);
-    std::string text;
-    for (size_t k = 0; k < view.getNumberOfElements(); ++k) {
-        const vd::VELTRAString element = view[k];
-        text += (text.empty() ? "" : ", ") + (element ? narrow(*element) : "<missing>");
-    }
-    return "[" + text + "]";
 }
 
 // How the host sees what a fast call gave it.

@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
         buffers,
         classes,
         hostData,
+        pythonData,
         // These two end with a fresh worker: they come last.
         outputDuringACall,
         crashAndRestart,

@@ -135,6 +135,24 @@ std::string shown(const vd::Array& value) {
     }
 }
 
+vd::Array fieldOf(const vd::Array& s, const std::string& name, size_t index) {
+    return vd::StructArray(s)[index][name];
+}
+
+std::string textIn(const vd::Array& s, const std::string& name, size_t index) {
+    return vd::CharArray(fieldOf(s, name, index)).toAscii();
+}
+
+std::string stringList(const vd::Array& strings) {
+    vd::TypedArray<vd::VELTRAString> view(strings);
+    std::string text;
+    for (size_t k = 0; k < view.getNumberOfElements(); ++k) {
+        const vd::VELTRAString element = view[k];
+        text += (text.empty() ? "" : ", ") + (element ? narrow(*element) : "<missing>");
+    }
+    return "[" + text + "]";
+}
+
 vd::Array run(const std::string& name, std::vector<vd::Array> args) {
     vd::Array out;
     try {

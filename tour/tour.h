@@ -44,6 +44,12 @@ std::string shown(const vd::Array& value);
 // One command whose reply is shown; a failure is shown, not thrown.
 vd::Array run(const std::string& name, std::vector<vd::Array> args = {});
 
+// Reading reply structures: a field of element `index`, its text, and a
+// string array as "[a, b, <missing>]".
+vd::Array fieldOf(const vd::Array& s, const std::string& name, size_t index = 0);
+std::string textIn(const vd::Array& s, const std::string& name, size_t index = 0);
+std::string stringList(const vd::Array& strings);
+
 vd::Array chars(const std::string& text);
 vd::Array addr(Address a);
 std::string narrow(const std::u16string& text);
@@ -75,6 +81,7 @@ void pythonPrograms();
 void buffers();
 void classes();
 void hostData();
+void pythonData();
 void outputDuringACall();
 void crashAndRestart();
 void closeDown();
