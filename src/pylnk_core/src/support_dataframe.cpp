@@ -35,6 +35,11 @@ def df_flatten(data):
 
 
 def df_to_list(data):
+    import numpy
+    if not isinstance(data, numpy.ndarray) and hasattr(data, 'to_numpy'):
+        # The tolist() of pandas' masked arrays gives NumPy scalars; an
+        # object array holds Python's own, and the missing values as they are.
+        data = data.to_numpy(dtype=object)
     tolist = getattr(data, 'tolist', None)
     return tolist() if tolist is not None else list(data)
 

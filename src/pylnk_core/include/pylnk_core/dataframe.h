@@ -29,7 +29,9 @@ PyHolder pyCreateNumpyAsArray(PyHolder value);
 // already.
 PyHolder pyFlattenNumpyData(python::pyArray* data);
 // data.tolist() of an array, a Series or an extension array (list(data)
-// when it has no tolist).
+// when it has no tolist), with Python's own scalars: a Series or an
+// extension array goes through an object array first (pandas.NA and other
+// missing values stay as they are).
 PyHolder pyConvertNumPyDataToList(python::pyArray* data);
 // series.to_frame()
 PyHolder pyConvertPandasSeriesToPandasDataFrame(python::pyArray* series);
