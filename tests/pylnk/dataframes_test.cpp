@@ -264,8 +264,13 @@ TEST_F(DataFrames, LabelsIndexesAndSeries) {
     EXPECT_EQ(fieldNames(field(empty, kColumns)), (std::vector<std::string>{"0", "1"}));
     EXPECT_EQ(column(empty, 1).data.getDimensions(), (Shape{0, 1}));
 
-    // Anything else fails on the default road, with pandas' error set.
-    EXPECT_THROW(frameData("[1, 2]"), std::exception);
+    // Anything else fails on the default road, with the error set.
+    try {
+        timetable("[1, 2]");
+        ADD_FAILURE() << "a list was taken for a frame";
+    } catch (const std::exception& failure) {
+        EXPECT_STREQ(failure.what(), "TypeError: a pandas DataFrame or Series is needed, not list");
+    }
     EXPECT_TRUE(errorOccurred());
     call("pyErrorClear");
 }
