@@ -45,5 +45,19 @@ TEST_F(BridgeDataFrameTest, FramesComeApartColumnByColumn) {
     EXPECT_TRUE(exception::pyErrorOccurred()) << "the default rule: the error stays set";
 }
 
+// The reset shares the columns' data and leaves the caller's frame as it was.
+TEST_F(BridgeDataFrameTest, ResetSharesTheColumnsData) {
+    run("import numpy, pandas\n"
+        "frame = pandas.DataFrame({'a': [1.5, 2.5]}, index=pandas.Index([7, 8], name='k'))\n");
+    PyHolder reset = dataframe::pyResetIndexOfDataFrame(evaluate("frame").get());
+    mapping::pyMappingSetKey(fetch::fetch(u"__main__.__dict__").get(),
+                             primitive::pyCreateString("reset").get(), reset.get());
+    EXPECT_EQ(textOf("numpy.shares_memory(reset['a'].values, frame['a'].values)"), "True");
+    EXPECT_EQ(textOf("(list(reset.columns), list(frame.columns), frame.index.name)"),
+              "(['k', 'a'], ['a'], 'k')");
+    EXPECT_THROW(dataframe::pyResetIndexOfDataFrame(evaluate("[1]").get()), InternalPyException);
+    exception::pyErrorClear();
+}
+
 }  // namespace
 }  // namespace pylnk_core::testing

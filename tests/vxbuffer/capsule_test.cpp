@@ -169,6 +169,9 @@ TEST_F(VxbufferPythonToHostArray, LayoutsComeBackInColumnMajorOrderIndexForIndex
         {"np.arange(5, dtype=np.int64)", ArrayType::INT64, {5, 1}, 1},
         {"np.zeros((0, 3), dtype=np.uint16)", ArrayType::UINT16, {0, 3}, 1},
         {"(__import__('ctypes').c_long * 3)(1, -2, 3)", ArrayType::INT64, {3, 1}, 1},
+        // 4 MiB and more: memory of the copy's own, taken over by the array.
+        {"np.arange(2.0**20).reshape(1024, 1024)[:, ::-1]", ArrayType::DOUBLE, {1024, 1024}, 0},
+        {"np.arange(5 * 2**20) % 3 == 0", ArrayType::LOGICAL, {5u << 20, 1}, 1},
     };
     // clang-format on
     for (const auto& [expression, type, dims, columnMajor] : sources) {

@@ -26,6 +26,26 @@ std::u16string objectToText(python::pyArray* object) {
     return object::get_ustring(object::pyStr(object).get());
 }
 
+vd::Array buildTextRow(python::pyArray* sequence) {
+    const size_t count = sequence::pySequenceLength(sequence);
+    vd::TypedArray<vd::VELTRAString> texts =
+        vd::ArrayFactory().createArray<vd::VELTRAString>({1, count});
+    for (size_t i = 0; i < count; ++i) {
+        texts[i] = objectToText(sequence::pyGetItem(sequence, i).get());
+    }
+    return texts;
+}
+
+vd::Array buildObjectResultRow(python::pyArray* sequence, MetadataCache& cache) {
+    const size_t count = sequence::pySequenceLength(sequence);
+    std::vector<vd::Array> results;
+    results.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        results.push_back(buildObjectResult(sequence::pyGetItem(sequence, i), cache));
+    }
+    return vd::ArrayFactory().createCellArray({1, count}, results);
+}
+
 vd::Array buildStringResult(python::pyArray* object) {
     vd::ArrayFactory factory;
     vd::StructArray result = factory.createStructArray(

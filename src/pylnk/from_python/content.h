@@ -14,6 +14,12 @@ namespace pylnk {
 // The text of a str, or str(object) of anything else.
 std::u16string objectToText(python::pyArray* object);
 
+// A 1 by n string array of objectToText of each item of a sequence.
+foundation::veltradata::Array buildTextRow(python::pyArray* sequence);
+
+// A 1 by n cell of the object result of each item of a sequence.
+foundation::veltradata::Array buildObjectResultRow(python::pyArray* sequence, MetadataCache& cache);
+
 // The four fields of an object result for a str that the host gets by value:
 // "object" 0 (nothing is retained), empty "classProperties" and
 // "classMetadata", and the text as a 1 by 1 string in "scalarData".

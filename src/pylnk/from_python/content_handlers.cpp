@@ -73,14 +73,7 @@ char fixedWidthCode(char format, long itemSize) {
 }  // namespace
 
 VX_EXECUTE(pyConvertSequenceToCellHandler) {
-    python::pyArray* items = addressArg(prhs, 0);
-    const size_t count = sequence::pySequenceLength(items);
-    std::vector<vd::Array> results;
-    results.reserve(count);
-    for (size_t i = 0; i < count; ++i) {
-        results.push_back(buildObjectResult(sequence::pyGetItem(items, i), classMetadataCache()));
-    }
-    reply(promise, vd::ArrayFactory().createCellArray({count}, results));
+    reply(promise, buildObjectResultRow(addressArg(prhs, 0), classMetadataCache()));
 }
 
 // A failed read is a value of the reply, not a failure: its place, and no
@@ -119,12 +112,7 @@ VX_EXECUTE(pyConvertToStringHandler) {
         reply(promise, factory.createScalar(objectToText(target)));
         return;
     }
-    const size_t count = sequence::pySequenceLength(target);
-    vd::TypedArray<vd::VELTRAString> texts = factory.createArray<vd::VELTRAString>({1, count});
-    for (size_t i = 0; i < count; ++i) {
-        texts[i] = objectToText(sequence::pyGetItem(target, i).get());
-    }
-    reply(promise, texts);
+    reply(promise, buildTextRow(target));
 }
 
 // A key that is not a str ends the struct with a marker field; the items

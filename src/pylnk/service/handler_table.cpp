@@ -6,8 +6,9 @@
 #include "commands/object_handlers.h"
 #include "commands/scalar_handlers.h"
 #include "from_python/content_handlers.h"
-#include "from_python/equality_handlers.h"
+#include "from_python/dataframe.h"
 #include "from_python/date_time.h"
+#include "from_python/equality_handlers.h"
 #include "from_python/property_handlers.h"
 #include "introspection/class_handlers.h"
 #include "introspection/module_metadata.h"
@@ -106,6 +107,8 @@ void buildHandlerTable(HandlerTable& table) {
     row<pyComplexGetPrHandler>(table, "pyComplexGetPr", 1);
     row<pyDatetimeGetDataHandler>(table, "pyDatetimeGetData", 1);
     row<pyTimeDeltaGetDataHandler>(table, "pyTimeDeltaGetData", 1);
+    row<pyDataFrameGetDataHandler>(table, "pyDataFrameGetData", 1);
+    row<pyDataFrameTimetableGetDataHandler>(table, "pyDataFrameTimetableGetData", 1);
     row<pyDictGetDataHandler>(table, "pyDictGetData", 1);
     row<pyComplexGetPiHandler>(table, "pyComplexGetPi", 1);
     row<pyIsStringHandler>(table, "pyIsString", 1);

@@ -78,6 +78,10 @@ PyHolder pyCheckNullValues(python::pyArray* data) {
     return support("df_isna", {data});
 }
 
+PyHolder pyGetPlainNumericData(python::pyArray* values) {
+    return support("df_plain_numbers", {values});
+}
+
 bool pyIsPandasSeriesAStringDtype(PyHolder values) {
     return quietly([&] {
         Ref answer = callSupport("df_holds_strings", {need(values.get())});

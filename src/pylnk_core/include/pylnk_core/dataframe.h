@@ -29,11 +29,16 @@ PyHolder pyCreateNumpyAsArray(PyHolder value);
 // already.
 PyHolder pyFlattenNumpyData(python::pyArray* data);
 // data.tolist() of an array, a Series or an extension array (list(data)
-// when it has no tolist).
+// when it has no tolist), with Python's own scalars: a Series or an
+// extension array goes through an object array first (pandas.NA and other
+// missing values stay as they are).
 PyHolder pyConvertNumPyDataToList(python::pyArray* data);
 // series.to_frame()
 PyHolder pyConvertPandasSeriesToPandasDataFrame(python::pyArray* series);
-// frame.reset_index(): a new frame, the index as its first column(s).
+// frame.reset_index() of a shallow copy: a new frame, the index as its
+// first column(s), over the same column data (nothing is copied, and the
+// given frame keeps its index). Raises TypeError for anything but a
+// DataFrame.
 PyHolder pyResetIndexOfDataFrame(python::pyArray* frame);
 // frame.set_index(label): a new frame indexed by the column of that label.
 PyHolder pySetDataFrameIndex(python::pyArray* frame, PyHolder label);
@@ -52,6 +57,13 @@ PyHolder pyPopColumnFromDataFrame(python::pyArray* frame, PyHolder label);
 // pandas.isna(data): per element, true where a value is missing (None, NaN,
 // NaT, pandas.NA).
 PyHolder pyCheckNullValues(python::pyArray* data);
+// The numbers of a column's values as a NumPy array of a host type: a NumPy
+// array as it is; float16 widened to float32 and the other byte order made
+// native (no value changes); a masked array of a nullable dtype (Int64,
+// UInt8, Float32, boolean, ...) as an array of its plain dtype, with NaN at
+// the missing values of a float. None when missing integers or truth values
+// have no place in a plain array.
+PyHolder pyGetPlainNumericData(python::pyArray* values);
 // The values hold text: every element that is not missing is a str, and at
 // least one is (pandas' inference "string" with missing values skipped). A
 // predicate: false, with no error set, for anything else.
