@@ -53,41 +53,79 @@ vd::Array numbersOf(python::pyArray* numbers, const std::string& dtype) {
     return data;
 }
 
+// The first Python error a cell's read leaves set is kept aside while the
+// rest of the frame is read (later cells call into Python, which must not
+// find an error pending), and is put back when the command ends, so that
+// the host finds it set.
+class CellErrorScope {
+  public:
+    CellErrorScope() : outer_(current()) { current() = this; }
+    ~CellErrorScope() { current() = outer_; }
+    CellErrorScope(const CellErrorScope&) = delete;
+    CellErrorScope& operator=(const CellErrorScope&) = delete;
+
+    static void keepPendingError() {
+        if (CellErrorScope* scope = current(); scope && !scope->kept_) {
+            scope->kept_.emplace();
+        }
+    }
+
+  private:
+    static CellErrorScope*& current() {
+        static CellErrorScope* innermost = nullptr;
+        return innermost;
+    }
+    CellErrorScope* outer_;
+    std::optional<exception::PendingErrorAside> kept_;
+};
+
+// How a cell's failed 64-bit integer read travels. In an object column the
+// value goes out as the read left it and the error stays set for the host
+// to find; the cells of a nullable integer column must all arrive exact, so
+// there such a cell goes as its object instead.
+enum class FailedRead { ValueGoesOut, CellIsAnObject };
+
 // The value of an int, float, complex or bool, in this order (a bool is no
-// int here), or nothing. An int beyond 64 bits fails its read: it stays an
-// object, whole, and no error is left set.
-std::optional<vd::Array> copiedNumber(python::pyArray* item) {
+// int here), or nothing.
+std::optional<vd::Array> copiedNumber(python::pyArray* item, FailedRead failedRead) {
     vd::ArrayFactory factory;
-    std::optional<vd::Array> value;
     if (primitive::pyIsLong(item)) {
         long long number = 0;
         primitive::pyLongGetData(item, &number);
-        value = factory.createScalar(static_cast<std::int64_t>(number));
-    } else if (primitive::pyIsFloat(item)) {
-        value = factory.createScalar(primitive::pyFloatGetData(item));
-    } else if (primitive::pyIsComplex(item)) {
+        if (exception::pyErrorOccurred()) {
+            if (failedRead == FailedRead::CellIsAnObject) {
+                exception::pyErrorClear();
+                return std::nullopt;
+            }
+            CellErrorScope::keepPendingError();
+        }
+        return factory.createScalar(static_cast<std::int64_t>(number));
+    }
+    if (primitive::pyIsFloat(item)) {
+        return factory.createScalar(primitive::pyFloatGetData(item));
+    }
+    if (primitive::pyIsComplex(item)) {
         double re = 0;
         double im = 0;
         primitive::pyComplexGetData(item, &re, &im);
-        value = factory.createScalar(std::complex<double>(re, im));
-    } else if (primitive::pyIsBool(item)) {
-        value = factory.createScalar(primitive::pyBoolGetData(item));
+        return factory.createScalar(std::complex<double>(re, im));
     }
-    if (value && exception::pyErrorOccurred()) {
-        exception::pyErrorClear();
-        return std::nullopt;
+    if (primitive::pyIsBool(item)) {
+        return factory.createScalar(primitive::pyBoolGetData(item));
     }
-    return value;
+    return std::nullopt;
 }
 
+vd::Array elementResult(H object, MetadataCache& cache, FailedRead failedRead);
+
 // A 1 by n cell with the element result of each value.
-vd::Array elementResults(python::pyArray* values, MetadataCache& cache) {
+vd::Array elementResults(python::pyArray* values, MetadataCache& cache, FailedRead failedRead) {
     H items = dataframe::pyConvertNumPyDataToList(values);
     const size_t count = sequence::pySequenceLength(items.get());
     std::vector<vd::Array> cells;
     cells.reserve(count);
     for (size_t i = 0; i < count; ++i) {
-        cells.push_back(buildElementResult(sequence::pyGetItem(items.get(), i), cache));
+        cells.push_back(elementResult(sequence::pyGetItem(items.get(), i), cache, failedRead));
     }
     return vd::ArrayFactory().createCellArray({1, count}, cells);
 }
@@ -188,13 +226,15 @@ vd::Array buildStringColumn(python::pyArray* values) {
     return texts;
 }
 
-vd::Array buildElementResult(H object, MetadataCache& cache) {
+namespace {
+
+vd::Array elementResult(H object, MetadataCache& cache, FailedRead failedRead) {
     vd::StructArray result =
         vd::ArrayFactory().createStructArray({1, 1}, {"ScalarData", "PythonDataType", "DataArray"});
     result[0]["ScalarData"] = sharedEmptyText();
     result[0]["PythonDataType"] = sharedEmptyText();
     python::pyArray* item = object.get();
-    if (std::optional<vd::Array> number = copiedNumber(item)) {
+    if (std::optional<vd::Array> number = copiedNumber(item, failedRead)) {
         result[0]["ScalarData"] = *number;
         return result;
     }
@@ -224,6 +264,12 @@ vd::Array buildElementResult(H object, MetadataCache& cache) {
     return tagged("UnknownType", buildObjectResult(std::move(object), cache));
 }
 
+}  // namespace
+
+vd::Array buildElementResult(H object, MetadataCache& cache) {
+    return elementResult(std::move(object), cache, FailedRead::ValueGoesOut);
+}
+
 vd::Array buildColumnData(H series, MetadataCache& cache) {
     vd::StructArray result =
         vd::ArrayFactory().createStructArray({1, 1}, {"DataType", "SubDataType", "DataArray"});
@@ -245,7 +291,7 @@ vd::Array buildColumnData(H series, MetadataCache& cache) {
         if (!object::pyIsNone(numbers.get())) {
             assign(numbersOf(numbers.get(), ownName), "");
         } else {
-            assign(elementResults(values.get(), cache), "mixed");
+            assign(elementResults(values.get(), cache, FailedRead::CellIsAnObject), "mixed");
         }
     } else if (holds(name, "datetime64")) {
         // A zoned column's values are in UTC; its zone stands in DataType.
@@ -258,13 +304,14 @@ vd::Array buildColumnData(H series, MetadataCache& cache) {
         if (dataframe::pyIsPandasSeriesAStringDtype(values)) {
             assign(buildStringColumn(values.get()), "string");
         } else {
-            assign(elementResults(values.get(), cache), "mixed");
+            assign(elementResults(values.get(), cache, FailedRead::ValueGoesOut), "mixed");
         }
     }
     return result;
 }
 
 VX_EXECUTE(pyDataFrameGetDataHandler) {
+    CellErrorScope cellErrors;
     vd::StructArray result =
         vd::ArrayFactory().createStructArray({1, 1}, {kColumnData, kVariableNames});
     const Frame reset = resetFrame(addressArg(prhs, 0));
@@ -282,6 +329,7 @@ VX_EXECUTE(pyDataFrameGetDataHandler) {
 // Field "0" holds the row times wherever they stood; the other columns
 // follow in their order, and their labels are the variable names.
 VX_EXECUTE(pyDataFrameTimetableGetDataHandler) {
+    CellErrorScope cellErrors;
     vd::ArrayFactory factory;
     vd::StructArray result = factory.createStructArray(
         {1, 1}, {kConvertible, kColumnData, kVariableNames, kRowTimesName});

@@ -22,8 +22,9 @@ bool isNumericDtypeName(std::string& name);
 foundation::veltradata::Array buildStringColumn(python::pyArray* values);
 
 // One cell of an object column: struct "ScalarData", "PythonDataType",
-// "DataArray". An int within 64 bits, a float, a complex, a bool or a str is
-// copied into "ScalarData"; a list or tuple ("SequenceType", a cell of
+// "DataArray". An int, a float, a complex, a bool or a str is copied into
+// "ScalarData" (an int beyond 64 bits as its failed read left it, with the
+// Python error set); a list or tuple ("SequenceType", a cell of
 // object results), a dict ("Dictionary"), a datetime.datetime
 // ("DatetimeScalar") or a datetime.timedelta ("DurationScalar") goes one
 // level down; anything else, missing values included, is "UnknownType" with
