@@ -1,6 +1,6 @@
 // Python data back to the host: containers one level deep, dates as
-// components with NaT flags, a module described, values compared by
-// Python's rules.
+// components with NaT flags, a DataFrame column by column, a module
+// described, values compared by Python's rules.
 #include <complex>
 #include <cstdio>
 
@@ -119,6 +119,54 @@ void datesWithNaT() {
     }
 }
 
+// One column of a frame as the host receives it: its dtype, its road and
+// its data.
+std::string columnText(const vd::Array& column) {
+    std::string text = textIn(column, "DataType");
+    const std::string road = textIn(column, "SubDataType");
+    text += road.empty() ? "" : " (" + road + ")";
+    const vd::Array data = fieldOf(column, "DataArray");
+    if (data.getType() == vd::ArrayType::DOUBLE) {
+        std::string numbers;
+        for (size_t k = 0; k < data.getNumberOfElements(); ++k) {
+            numbers += (numbers.empty() ? "" : ", ") + std::to_string(at<double>(data, k));
+        }
+        return text + ", " + std::to_string(data.getDimensions()[0]) + " by " +
+               std::to_string(data.getDimensions()[1]) + " doubles: " + numbers;
+    }
+    if (data.getType() == vd::ArrayType::VELTRA_STRING) {
+        return text + ", strings " + stringList(data);
+    }
+    if (data.getType() == vd::ArrayType::STRUCT) {
+        const vd::Array nat = fieldOf(data, "NaT_indices");
+        std::string flags;
+        for (size_t k = 0; k < nat.getNumberOfElements(); ++k) {
+            flags += std::string(flags.empty() ? "" : " ") + (at<bool>(nat, k) ? "NaT" : "date");
+        }
+        return text + ", components with NaT flags: " + flags;
+    }
+    return text;
+}
+
+void frameAsTimetable() {
+    exec("import pandas\n");
+    say("A DataFrame with a datetime index, brought back for a timetable");
+    say("(pyDataFrameTimetableGetData): the reset index is the row times, column 0:");
+    const Address frame = eval(
+        "pandas.DataFrame({'temp': [21.5, 19.0, None], 'city': ['Paris', None, 'Oslo']},"
+        " index=pandas.DatetimeIndex(['2024-03-01 08:00', '2024-03-01 12:30', None],"
+        " name='when'))");
+    const vd::Array reply = call("pyDataFrameTimetableGetData", {addr(frame)})[0];
+    say("  convertible " + shown(fieldOf(reply, "VELTRAPyHost_pyDataFrameConvertibleToTimetable")) +
+        ", row times " + shown(fieldOf(reply, "VELTRAPyHost_pyDataFrameRowTimesVarName")) +
+        ", variables " + stringList(fieldOf(reply, "VELTRAPyHost_pyDataFrameOrgVariableNames")));
+    const vd::Array columns = fieldOf(reply, "VELTRAPyHost_pyDataFrameColumnDataAsStruct");
+    for (const auto& name : vd::StructArray(columns).getFieldNames()) {
+        say("  column " + std::string(name) + ": " +
+            columnText(fieldOf(columns, std::string(name))));
+    }
+}
+
 void moduleDescribed() {
     exec(
         "import sys, types\n"
@@ -201,6 +249,7 @@ void pythonData() {
     chapter("Python data back to the host");
     listAndDict();
     datesWithNaT();
+    frameAsTimetable();
     moduleDescribed();
     valuesCompared();
 }
