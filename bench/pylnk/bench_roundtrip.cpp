@@ -1,0 +1,323 @@
+// The round trip of a command through feval_dispatcher, with the library as
+// built (callers and the Python thread spin briefly before they sleep)
+// against the same library with spinning off (bench/spin-off, loaded through
+// LD_LIBRARY_PATH), in the same run. Each measurement runs in child
+// processes, the two libraries taking turns; the figures are medians over
+// the runs.
+//   bench_roundtrip [runs]      (default 5)
+//
+// Beside them, two hand-offs between bare threads of the benchmark: a
+// busy-wait one (the floor of any hand-off between cores) and a
+// promise/future through a mutex and condition variable (sleeping, as the
+// library's was).
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "service/feval_dispatcher.h"
+#include "support/session.h"
+
+using namespace vxtest;
+using Clock = std::chrono::steady_clock;
+using interprocess::pylnk::server::libpylnk::feval_dispatcher;
+
+namespace {
+
+constexpr int kPings = 20'000;
+constexpr int kWalkLength = 10'000;
+constexpr int kWalks = 3;
+constexpr int kBusyThreads = 2;
+constexpr int kOversubscribedPings = 2'000;
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+double microsSince(Clock::time_point start) {
+    return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
+// Median of `count` timed calls of body, in microseconds.
+template <class Body>
+double medianMicros(int count, Body&& body) {
+    std::vector<double> samples(static_cast<size_t>(count));
+    for (double& sample : samples) {
+        const auto start = Clock::now();
+        body();
+        sample = microsSince(start);
+    }
+    return median(std::move(samples));
+}
+
+// --- hand-offs between bare threads ------------------------------------------
+
+// A request and its reply through one flag that both threads watch.
+double busyWaitHandOff() {
+    std::atomic<int> turn{0};  // 1: a request is there, 0: answered, -1: stop
+    std::thread server([&turn] {
+        for (;;) {
+            int seen;
+            while ((seen = turn.load(std::memory_order_acquire)) == 0) {
+                __builtin_ia32_pause();
+            }
+            if (seen < 0) {
+                return;
+            }
+            turn.store(0, std::memory_order_release);
+        }
+    });
+    const double result = medianMicros(kPings, [&turn] {
+        turn.store(1, std::memory_order_release);
+        while (turn.load(std::memory_order_acquire) != 0) {
+            __builtin_ia32_pause();
+        }
+    });
+    turn.store(-1, std::memory_order_release);
+    server.join();
+    return result;
+}
+
+// The promise of a request through a queue with a mutex and a condition
+// variable, answered by a thread that sleeps between requests.
+double sleepingHandOff() {
+    std::mutex mutex;
+    std::condition_variable ready;
+    std::promise<int>* request = nullptr;
+    bool stop = false;
+    std::thread server([&] {
+        for (;;) {
+            std::unique_lock<std::mutex> lock(mutex);
+            ready.wait(lock, [&] { return request != nullptr || stop; });
+            if (stop) {
+                return;
+            }
+            std::exchange(request, nullptr)->set_value(1);
+        }
+    });
+    const double result = medianMicros(kPings, [&] {
+        std::promise<int> reply;
+        std::future<int> answer = reply.get_future();
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            request = &reply;
+        }
+        ready.notify_one();
+        answer.get();
+    });
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stop = true;
+    }
+    ready.notify_one();
+    server.join();
+    return result;
+}
+
+// --- through the library -------------------------------------------------------
+
+void ping() {
+    static const std::string name = "Ping";
+    vd::Array out;
+    feval_dispatcher(name, 1, &out, 0, nullptr);
+}
+
+// Element by element, as the host reads a list back: pySequenceGet,
+// pyFloatGetData and Release for each element.
+double walkMillis(Address list) {
+    const auto start = Clock::now();
+    double sum = 0;
+    for (std::uint64_t i = 0; i < kWalkLength; ++i) {
+        const vd::Array element = call("pySequenceGet", {addressArray(list), uint64Array(i)});
+        sum += vd::TypedArray<double>(call("pyFloatGetData", {element}))[0];
+        call("Release", {element});
+    }
+    const double took = microsSince(start) / 1000;
+    if (sum != 0.5 * kWalkLength * (kWalkLength - 1)) {
+        std::cerr << "the walk read wrong values\n";
+        std::exit(1);
+    }
+    return took;
+}
+
+double processCpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// CPU time of the whole process over one idle second after a burst, once
+// the spin limits have long passed, in percent of that second.
+double idleCpuPercent() {
+    for (int i = 0; i < 1000; ++i) {
+        ping();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const double cpuBefore = processCpuSeconds();
+    const auto start = Clock::now();
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const double wall = microsSince(start) * 1e-6;
+    return 100 * (processCpuSeconds() - cpuBefore) / wall;
+}
+
+// A burst of Pings while busy threads of this process want every core.
+double oversubscribedBurstMillis() {
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> busy;
+    for (int i = 0; i < kBusyThreads; ++i) {
+        busy.emplace_back([&stop] {
+            while (!stop.load(std::memory_order_relaxed)) {
+            }
+        });
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::vector<double> bursts;
+    for (int round = 0; round < 3; ++round) {
+        const auto start = Clock::now();
+        for (int i = 0; i < kOversubscribedPings; ++i) {
+            ping();
+        }
+        bursts.push_back(microsSince(start) / 1000);
+    }
+    stop = true;
+    for (auto& thread : busy) {
+        thread.join();
+    }
+    return median(bursts);
+}
+
+// The file that this process loaded as libvxippylnk.so.
+std::string loadedLibrary() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&feval_dispatcher), &info) == 0 || !info.dli_fname) {
+        return "?";
+    }
+    return info.dli_fname;
+}
+
+// One run: prints "key value" lines for the parent.
+int child() {
+    std::cout << "library " << loadedLibrary() << "\n";
+    std::cout << "busy_wait_us " << busyWaitHandOff() << "\n";
+    std::cout << "sleeping_us " << sleepingHandOff() << "\n";
+    startSystemPython();
+    for (int i = 0; i < 2000; ++i) {
+        ping();
+    }
+    std::cout << "ping_us " << medianMicros(kPings, ping) << "\n";
+    exec("walk_list = [float(i) for i in range(" + std::to_string(kWalkLength) + ")]");
+    const Address list = eval("walk_list");
+    std::vector<double> walks;
+    for (int i = 0; i < kWalks; ++i) {
+        walks.push_back(walkMillis(list));
+    }
+    std::cout << "walk_ms " << median(walks) << "\n";
+    std::cout << "idle_cpu_pct " << idleCpuPercent() << "\n";
+    std::cout << "oversubscribed_ms " << oversubscribedBurstMillis() << "\n";
+    call("pyClose");
+    return 0;
+}
+
+using Figures = std::map<std::string, std::vector<double>>;
+
+// Runs one child and adds its figures; returns the library it loaded.
+std::string runChild(const std::string& self, const std::string& libraryPath, Figures& figures) {
+    const std::string command =
+        (libraryPath.empty() ? "" : "LD_LIBRARY_PATH='" + libraryPath + "' ") + "'" + self +
+        "' --child";
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
+    std::string library;
+    char line[512];
+    while (pipe && std::fgets(line, sizeof line, pipe.get()) != nullptr) {
+        std::istringstream fields(line);
+        std::string key;
+        fields >> key;
+        if (key == "library") {
+            fields >> library;
+        } else {
+            double value = 0;
+            fields >> value;
+            figures[key].push_back(value);
+        }
+    }
+    if (!pipe || ::pclose(pipe.release()) != 0 || library.empty()) {
+        std::cerr << "the child failed: " << command << "\n";
+        std::exit(1);
+    }
+    return library;
+}
+
+std::string loadAverage() {
+    std::ifstream file("/proc/loadavg");
+    std::string one, five, fifteen;
+    file >> one >> five >> fifteen;
+    return one + " " + five + " " + fifteen;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 2 && std::string(argv[1]) == "--child") {
+        return child();
+    }
+    const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+    std::cout << "load average before: " << loadAverage() << " ("
+              << std::thread::hardware_concurrency() << " cores)\n";
+    Figures spinning, off;
+    std::string spinningLibrary, offLibrary;
+    for (int run = 0; run < runs; ++run) {
+        spinningLibrary = runChild(self, "", spinning);
+        offLibrary = runChild(self, VX_SPIN_OFF_FOLDER, off);
+    }
+    std::cout << "load average after:  " << loadAverage() << "\n";
+    std::cout << "spinning: " << spinningLibrary << "\nspin off: " << offLibrary << "\n";
+    if (spinningLibrary == offLibrary) {
+        std::cerr << "both children loaded the same library\n";
+        return 1;
+    }
+    const auto m = [](Figures& f, const char* key) { return median(f[key]); };
+    std::printf("medians of %d runs                            spinning   spin off\n", runs);
+    std::printf("Ping round trip (us)                          %8.2f   %8.2f\n",
+                m(spinning, "ping_us"), m(off, "ping_us"));
+    std::printf("walk of %d floats (ms)                     %8.1f   %8.1f\n", kWalkLength,
+                m(spinning, "walk_ms"), m(off, "walk_ms"));
+    std::printf("idle CPU over 1 s after a burst (%%)           %8.2f   %8.2f\n",
+                m(spinning, "idle_cpu_pct"), m(off, "idle_cpu_pct"));
+    std::printf("%d Pings beside %d busy threads (ms)         %8.1f   %8.1f\n",
+                kOversubscribedPings, kBusyThreads, m(spinning, "oversubscribed_ms"),
+                m(off, "oversubscribed_ms"));
+    spinning["busy_wait_us"].insert(spinning["busy_wait_us"].end(), off["busy_wait_us"].begin(),
+                                    off["busy_wait_us"].end());
+    spinning["sleeping_us"].insert(spinning["sleeping_us"].end(), off["sleeping_us"].begin(),
+                                   off["sleeping_us"].end());
+    std::printf("hand-off between bare threads, busy-wait (us) %8.2f  (the floor)\n",
+                m(spinning, "busy_wait_us"));
+    std::printf(
+        "hand-off between bare threads, sleeping (us)  %8.2f  (promise/future, mutex, cv)\n",
+        m(spinning, "sleeping_us"));
+    std::printf(
+        "targets: Ping <= 5 us: %.2f; walk >= 10x faster: %.1fx; idle < 1 %%: %.2f; "
+        "oversubscribed <= 1.2x spin off: %.2fx\n",
+        m(spinning, "ping_us"), m(off, "walk_ms") / m(spinning, "walk_ms"),
+        m(spinning, "idle_cpu_pct"),
+        m(spinning, "oversubscribed_ms") / m(off, "oversubscribed_ms"));
+    return 0;
+}
