@@ -84,7 +84,7 @@ void feval_dispatcher(const std::string& name, size_t nlhs, vd::Array* plhs, siz
         startPython(queue, promise, future, nlhs, nrhs, prhs);
     } else {
         pushRequest(queue, name, nlhs, &promise, nrhs, prhs);
-        ::pylnk::spinBriefly(::pylnk::kReplySpinLimit, [&future] {
+        ::pylnk::replyWait().spin([&future] {
             return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
         });
     }

@@ -16,7 +16,7 @@ void RequestQueue::push(const FevalRequest& request) {
 }
 
 FevalRequest RequestQueue::pop() {
-    spinBriefly(kRequestSpinLimit, [this] { return queued.load(std::memory_order_acquire) > 0; });
+    requestWait().spin([this] { return queued.load(std::memory_order_acquire) > 0; });
     std::unique_lock<std::mutex> lock(mutex);
     ready.wait(lock, [this] { return !requests.empty(); });
     FevalRequest request = std::move(requests.front());

@@ -1,10 +1,11 @@
 #include "service/spin_wait.h"
 
 #include <algorithm>
-#include <atomic>
 #include <thread>
 
 namespace pylnk {
+
+namespace {
 
 #if VX_SPIN_WAIT
 // From bench_roundtrip on two cores. A small command takes a few
@@ -14,58 +15,54 @@ namespace pylnk {
 // with the reply: about a microsecond in process, a socket round trip (some
 // tens) when the host is another process, which its 50 cover. Idle, both
 // sides sleep after at most that long.
-const std::chrono::nanoseconds kRequestSpinLimit = std::chrono::microseconds(50);
-const std::chrono::nanoseconds kReplySpinLimit = std::chrono::microseconds(30);
+constexpr std::chrono::microseconds kRequestSpinLimit{50};
+constexpr std::chrono::microseconds kReplySpinLimit{30};
 #else
-const std::chrono::nanoseconds kRequestSpinLimit{0};
-const std::chrono::nanoseconds kReplySpinLimit{0};
+constexpr std::chrono::microseconds kRequestSpinLimit{0};
+constexpr std::chrono::microseconds kReplySpinLimit{0};
 #endif
 
-namespace spin_detail {
+// Until then both sides sleep at once: a spinner lost its core.
+constinit std::atomic<SpinWait::Clock::rep> everyoneSleepsUntil{0};
 
-namespace {
-
-// The pause after a miss: the first, doubled with every further miss up to
-// the longest. A miss costs at most a spin limit, so the first pause keeps
-// the cost of misses on a crowded machine to a few percent.
-constexpr SpinClock::rep kFirstPause =
-    std::chrono::duration_cast<SpinClock::duration>(std::chrono::milliseconds(1)).count();
-constexpr SpinClock::rep kLongestPause =
-    std::chrono::duration_cast<SpinClock::duration>(std::chrono::milliseconds(64)).count();
-
-constinit std::atomic<SpinClock::rep> sleepEarlyUntil{0};
-constinit std::atomic<SpinClock::rep> nextPause{kFirstPause};
-
-SpinClock::rep ticks(SpinClock::time_point when) {
+SpinWait::Clock::rep ticks(SpinWait::Clock::time_point when) {
     return when.time_since_epoch().count();
 }
 
 }  // namespace
 
-bool spinningPays(SpinClock::time_point now) {
-    static const bool severalCores = std::thread::hardware_concurrency() > 1;
-    return severalCores && ticks(now) >= sleepEarlyUntil.load(std::memory_order_relaxed);
+SpinWait& requestWait() {
+    static auto* const wait = new SpinWait(kRequestSpinLimit);  // never destroyed, like the queue
+    return *wait;
 }
 
-void caught() {
-    // Read first: in a burst both sides pass here, and a store each time
-    // would move the cache line between their cores.
-    if (nextPause.load(std::memory_order_relaxed) != kFirstPause) {
-        nextPause.store(kFirstPause, std::memory_order_relaxed);
+SpinWait& replyWait() {
+    static auto* const wait = new SpinWait(kReplySpinLimit);
+    return *wait;
+}
+
+bool SpinWait::spinningPays(Clock::time_point now) const {
+    static const bool severalCores = std::thread::hardware_concurrency() > 1;
+    return severalCores && ticks(now) >= sleepUntil_.load(std::memory_order_relaxed) &&
+           ticks(now) >= everyoneSleepsUntil.load(std::memory_order_relaxed);
+}
+
+void SpinWait::caught() {
+    // Read first: in a burst this runs on every round trip, and a store each
+    // time would take the cache line from the other callers' cores.
+    if (nextPause_.load(std::memory_order_relaxed) != kFirstPause.count()) {
+        nextPause_.store(kFirstPause.count(), std::memory_order_relaxed);
     }
 }
 
-void missed(SpinClock::time_point now) {
-    const SpinClock::rep pause = nextPause.load(std::memory_order_relaxed);
-    sleepEarlyUntil.store(ticks(now) + pause, std::memory_order_relaxed);
-    nextPause.store(std::min(2 * pause, kLongestPause), std::memory_order_relaxed);
+void SpinWait::missed(Clock::time_point now) {
+    const Clock::rep pause = nextPause_.load(std::memory_order_relaxed);
+    sleepUntil_.store(ticks(now) + pause, std::memory_order_relaxed);
+    nextPause_.store(std::min(2 * pause, kLongestPause.count()), std::memory_order_relaxed);
 }
 
-void lostTheCore(SpinClock::time_point now) {
-    sleepEarlyUntil.store(ticks(now) + kLongestPause, std::memory_order_relaxed);
-    nextPause.store(kLongestPause, std::memory_order_relaxed);
+void SpinWait::lostTheCore(Clock::time_point now) {
+    everyoneSleepsUntil.store(ticks(now + kLongestPause), std::memory_order_relaxed);
 }
-
-}  // namespace spin_detail
 
 }  // namespace pylnk
