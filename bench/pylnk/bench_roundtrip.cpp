@@ -71,6 +71,12 @@ double medianMicros(int count, Body&& body) {
 
 // --- hand-offs between bare threads ------------------------------------------
 
+void cpuPause() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+}
+
 // A request and its reply through one flag that both threads watch.
 double busyWaitHandOff() {
     std::atomic<int> turn{0};  // 1: a request is there, 0: answered, -1: stop
@@ -78,7 +84,7 @@ double busyWaitHandOff() {
         for (;;) {
             int seen;
             while ((seen = turn.load(std::memory_order_acquire)) == 0) {
-                __builtin_ia32_pause();
+                cpuPause();
             }
             if (seen < 0) {
                 return;
@@ -89,7 +95,7 @@ double busyWaitHandOff() {
     const double result = medianMicros(kPings, [&turn] {
         turn.store(1, std::memory_order_release);
         while (turn.load(std::memory_order_acquire) != 0) {
-            __builtin_ia32_pause();
+            cpuPause();
         }
     });
     turn.store(-1, std::memory_order_release);
