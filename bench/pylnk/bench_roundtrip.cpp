@@ -47,6 +47,7 @@ constexpr int kWalkLength = 10'000;
 constexpr int kWalks = 3;
 constexpr int kBusyThreads = 2;
 constexpr int kOversubscribedPings = 2'000;
+constexpr int kOversubscribedBursts = 7;
 
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
@@ -185,7 +186,9 @@ double idleCpuPercent() {
     return 100 * (processCpuSeconds() - cpuBefore) / wall;
 }
 
-// A burst of Pings while busy threads of this process want every core.
+// Bursts of Pings while busy threads of this process want every core: the
+// median burst (under such load a burst is fast or several times slower,
+// from one to the next, so one burst says little).
 double oversubscribedBurstMillis() {
     std::atomic<bool> stop{false};
     std::vector<std::thread> busy;
@@ -197,7 +200,7 @@ double oversubscribedBurstMillis() {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     std::vector<double> bursts;
-    for (int round = 0; round < 3; ++round) {
+    for (int round = 0; round < kOversubscribedBursts; ++round) {
         const auto start = Clock::now();
         for (int i = 0; i < kOversubscribedPings; ++i) {
             ping();

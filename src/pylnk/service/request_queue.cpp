@@ -16,9 +16,14 @@ void RequestQueue::push(const FevalRequest& request) {
 }
 
 FevalRequest RequestQueue::pop() {
-    requestWait().spin([this] { return queued.load(std::memory_order_acquire) > 0; });
-    std::unique_lock<std::mutex> lock(mutex);
-    ready.wait(lock, [this] { return !requests.empty(); });
+    requestWait().wait([this] { return queued.load(std::memory_order_acquire) > 0; },
+                       [this] {
+                           std::unique_lock<std::mutex> lock(mutex);
+                           ready.wait(lock, [this] { return !requests.empty(); });
+                       });
+    // The Python thread is the only one that takes requests: the one that
+    // came is still there.
+    std::lock_guard<std::mutex> lock(mutex);
     FevalRequest request = std::move(requests.front());
     requests.pop_front();
     queued.store(requests.size(), std::memory_order_relaxed);

@@ -1,6 +1,11 @@
 #include "service/spin_wait.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <thread>
 
 namespace pylnk {
@@ -29,22 +34,78 @@ SpinWait::Clock::rep ticks(SpinWait::Clock::time_point when) {
     return when.time_since_epoch().count();
 }
 
+// Whether more threads want to run than there are cores: the fourth field of
+// /proc/loadavg, "running/total", counts the threads that run or wait for a
+// core on the whole machine, spinners included. Read at most once a
+// millisecond, by whichever spinner comes first; where there is no such
+// file, the spinners' own clock is the only judge.
+class Crowding {
+  public:
+    bool crowded(SpinWait::Clock::time_point now) {
+        SpinWait::Clock::rep due = nextSample_.load(std::memory_order_relaxed);
+        if (ticks(now) >= due && file_ >= 0 &&
+            nextSample_.compare_exchange_strong(due, ticks(now + kSampleEvery),
+                                                std::memory_order_relaxed)) {
+            crowded_.store(runnable() > cores_, std::memory_order_relaxed);
+        }
+        return crowded_.load(std::memory_order_relaxed);
+    }
+
+  private:
+    static constexpr std::chrono::milliseconds kSampleEvery{1};
+
+    long runnable() const {
+        char text[128];
+        const ssize_t length = ::pread(file_, text, sizeof text - 1, 0);
+        if (length <= 0) {
+            return 0;
+        }
+        text[length] = '\0';
+        const char* field = text;
+        for (int skip = 0; skip < 3 && field != nullptr; ++skip) {
+            field = std::strchr(field, ' ');
+            field = field != nullptr ? field + 1 : nullptr;
+        }
+        return field != nullptr ? std::strtol(field, nullptr, 10) : 0;
+    }
+
+    const int file_ = ::open("/proc/loadavg", O_RDONLY | O_CLOEXEC);
+    const long cores_ = std::thread::hardware_concurrency();
+    std::atomic<SpinWait::Clock::rep> nextSample_{0};
+    std::atomic<bool> crowded_{false};
+};
+
+Crowding& crowding() {
+    static auto* const instance = new Crowding;  // never destroyed: spinners may outlive exit
+    return *instance;
+}
+
+// Each side knows the other, to tell whether it was asleep.
+struct HandOffWaits {
+    SpinWait request{kRequestSpinLimit, reply};
+    SpinWait reply{kReplySpinLimit, request};
+};
+
+HandOffWaits& handOffWaits() {
+    static auto* const waits = new HandOffWaits;  // never destroyed, like the queue
+    return *waits;
+}
+
 }  // namespace
 
 SpinWait& requestWait() {
-    static auto* const wait = new SpinWait(kRequestSpinLimit);  // never destroyed, like the queue
-    return *wait;
+    return handOffWaits().request;
 }
 
 SpinWait& replyWait() {
-    static auto* const wait = new SpinWait(kReplySpinLimit);
-    return *wait;
+    return handOffWaits().reply;
 }
 
 bool SpinWait::spinningPays(Clock::time_point now) const {
     static const bool severalCores = std::thread::hardware_concurrency() > 1;
     return severalCores && ticks(now) >= sleepUntil_.load(std::memory_order_relaxed) &&
-           ticks(now) >= everyoneSleepsUntil.load(std::memory_order_relaxed);
+           ticks(now) >= everyoneSleepsUntil.load(std::memory_order_relaxed) &&
+           !crowding().crowded(now);
 }
 
 void SpinWait::caught() {

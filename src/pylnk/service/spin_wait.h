@@ -8,17 +8,18 @@
 // ordinary blocking wait. In a burst of commands both sides stay awake and a
 // hand-off costs what two cores need to see each other's writes.
 //
-//     replyWait().spin([&] { return isReady(future); });
-//     future.get();  // returns at once when the spin saw the reply
-//
-// Spinning helps only while each spinner has a core of its own; when more
-// threads want to run than there are cores, a spinner holds back the very
-// thread it waits for. So a side whose spin ended without the other side
-// sleeps at once for a while: 1 ms after a miss, doubled with every further
-// miss up to 64 ms, and back to 1 ms after a spin that caught the other
-// side. A spinner that finds it lost its core in the middle of the spin (the
-// clock jumped) makes both sides sleep at once for 64 ms. A machine with one
-// core never spins.
+// Spinning helps only while each spinner has a core of its own. When more
+// threads want to run than there are cores, a spinner holds back the thread
+// it waits for, or others, and the scheduler makes up for the time it burnt
+// by waking it later afterwards. So a side spins only while the kernel's
+// count of threads that want to run (sampled at most once a millisecond) is
+// no more than the cores, and a spinner that finds it was off its core all
+// the same (the clock jumped) makes both sides sleep at once for 64 ms. A
+// side whose spin ended without the other side, while the other side was
+// awake (busy with a long command, say), sleeps at once for 1 ms, doubled
+// with every further such miss up to 64 ms and back to 1 ms after a spin
+// that caught the other side; a spin that waited for a sleeping other side
+// to wake up proves nothing and changes nothing.
 #pragma once
 
 #include <atomic>
@@ -30,27 +31,45 @@ class SpinWait {
   public:
     using Clock = std::chrono::steady_clock;
 
-    explicit SpinWait(std::chrono::nanoseconds limit) : limit_(limit) {}
+    // `other` is the side that this one waits for.
+    SpinWait(std::chrono::nanoseconds limit, const SpinWait& other)
+        : limit_(limit), other_(other) {}
     SpinWait(const SpinWait&) = delete;
     SpinWait& operator=(const SpinWait&) = delete;
 
-    // Checks ready() again and again, with a CPU pause between checks, for
-    // at most the limit, and returns its last answer; the caller then sleeps
-    // in its blocking wait if that was false. With a zero limit, or while
-    // this side sleeps at once, ready() is asked once.
+    // Returns once ready() is true: checks it for at most the spin limit,
+    // then calls sleep(), a blocking wait that returns once ready() is true.
+    template <class Ready, class Sleep>
+    void wait(Ready&& ready, Sleep&& sleep) {
+        if (spin(ready)) {
+            return;
+        }
+        asleep_.fetch_add(1, std::memory_order_relaxed);
+        sleep();
+        asleep_.fetch_sub(1, std::memory_order_relaxed);
+    }
+
+  private:
+    // A gap this long between two checks means the spinner was off its core.
+    static constexpr std::chrono::microseconds kDescheduledGap{20};
+    // How long a side sleeps at once after a miss, at first and at most.
+    static constexpr Clock::duration kFirstPause = std::chrono::milliseconds(1);
+    static constexpr Clock::duration kLongestPause = std::chrono::milliseconds(64);
+
     template <class Ready>
-    bool spin(Ready&& ready) {
+    bool spin(Ready& ready) {
         if (ready()) {
             return true;
         }
         if (limit_ <= std::chrono::nanoseconds::zero()) {
             return false;
         }
-        Clock::time_point last = Clock::now();
-        if (!spinningPays(last)) {
+        const Clock::time_point start = Clock::now();
+        if (!spinningPays(start)) {
             return false;
         }
-        const Clock::time_point end = last + limit_;
+        const bool otherAwake = other_.asleep_.load(std::memory_order_relaxed) == 0;
+        Clock::time_point last = start;
         for (;;) {
             cpuPause();
             if (ready()) {
@@ -62,20 +81,15 @@ class SpinWait {
                 lostTheCore(now);
                 return ready();
             }
-            if (now >= end) {
-                missed(now);
+            if (now - start >= limit_) {
+                if (otherAwake) {
+                    missed(now);
+                }
                 return false;
             }
             last = now;
         }
     }
-
-  private:
-    // A gap this long between two checks means the spinner was not running.
-    static constexpr std::chrono::microseconds kDescheduledGap{20};
-    // How long a side sleeps at once after a miss, at first and at most.
-    static constexpr Clock::duration kFirstPause = std::chrono::milliseconds(1);
-    static constexpr Clock::duration kLongestPause = std::chrono::milliseconds(64);
 
     static void cpuPause() {
 #if defined(__x86_64__) || defined(__i386__)
@@ -91,14 +105,16 @@ class SpinWait {
     static void lostTheCore(Clock::time_point now);
 
     const std::chrono::nanoseconds limit_;
+    const SpinWait& other_;
+    std::atomic<int> asleep_{0};                              // threads of this side in sleep()
     std::atomic<Clock::rep> sleepUntil_{0};                   // this side spins again from then on
     std::atomic<Clock::rep> nextPause_{kFirstPause.count()};  // after the next miss
 };
 
 // The Python thread waiting for the next request, and a caller waiting for
-// its reply. Their limits are set in spin_wait.cpp, the only file that the
-// CMake option VX_SPIN_WAIT changes (off: both zero, the sleeping hand-offs
-// kept measurable).
+// its reply. Their spin limits are set in spin_wait.cpp, the only file that
+// the CMake option VX_SPIN_WAIT changes (off: both zero, the sleeping
+// hand-offs kept measurable).
 SpinWait& requestWait();
 SpinWait& replyWait();
 
