@@ -13,15 +13,18 @@ namespace pylnk {
 namespace {
 
 #if VX_SPIN_WAIT
-// From bench_roundtrip on two cores. A small command takes a few
-// microseconds from push to reply, so the caller's 30 cover it with room to
-// spare, while a longer command costs the caller at most 30 wasted. Between
-// two commands of a burst the Python thread waits for whatever the host does
-// with the reply: about a microsecond in process, a socket round trip (some
-// tens) when the host is another process, which its 50 cover. Idle, both
-// sides sleep after at most that long.
-constexpr std::chrono::microseconds kRequestSpinLimit{50};
-constexpr std::chrono::microseconds kReplySpinLimit{30};
+// Measured on two cores (bench_roundtrip, bench_worker). A small command
+// answers within about a microsecond of its push; waking a sleeping thread
+// takes 5 to 45 µs here, by the machine's state. So a caller's 50 cover a
+// small command even when the Python thread first has to wake up, and a
+// longer command costs the caller at most 50 µs of spinning. Between two
+// commands the Python thread waits for what the host does with the reply:
+// about a microsecond in process; two socket hand-offs when the host is
+// another process (a _TEST_ round trip, 11 to 30 µs, up to some 60 µs while
+// wake-ups are slow), which its 100 cover. Idle, both sides sleep after at
+// most that long.
+constexpr std::chrono::microseconds kRequestSpinLimit{100};
+constexpr std::chrono::microseconds kReplySpinLimit{50};
 #else
 constexpr std::chrono::microseconds kRequestSpinLimit{0};
 constexpr std::chrono::microseconds kReplySpinLimit{0};
