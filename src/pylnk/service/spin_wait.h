@@ -10,7 +10,7 @@
 //
 // Spinning helps only while each spinner has a core of its own. When more
 // threads want to run than there are cores, a spinner holds back the thread
-// it waits for, or others, and the scheduler makes up for the time it burnt
+// it waits for, or others, and a fair scheduler charges it the time it burnt
 // by waking it later afterwards. So a side spins only while the kernel's
 // count of threads that want to run (sampled at most once a millisecond) is
 // no more than the cores, and a spinner that finds it was off its core all
