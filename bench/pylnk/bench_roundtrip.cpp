@@ -4,7 +4,7 @@
 // LD_LIBRARY_PATH), in the same run. Each measurement runs in child
 // processes, the two libraries taking turns; the figures are medians over
 // the runs.
-//   bench_roundtrip [runs]      (default 5)
+//   bench_roundtrip [runs]      (default 7)
 //
 // Beside them, two hand-offs between bare threads of the benchmark: a
 // busy-wait one (the floor of any hand-off between cores) and a
@@ -287,7 +287,7 @@ int main(int argc, char** argv) {
     if (argc == 2 && std::string(argv[1]) == "--child") {
         return child();
     }
-    const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+    const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 7;
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
     std::cout << "load average before: " << loadAverage() << " ("
               << std::thread::hardware_concurrency() << " cores)\n";

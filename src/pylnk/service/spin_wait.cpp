@@ -30,9 +30,6 @@ constexpr std::chrono::microseconds kRequestSpinLimit{0};
 constexpr std::chrono::microseconds kReplySpinLimit{0};
 #endif
 
-// Until then both sides sleep at once: a spinner lost its core.
-constinit std::atomic<SpinWait::Clock::rep> everyoneSleepsUntil{0};
-
 SpinWait::Clock::rep ticks(SpinWait::Clock::time_point when) {
     return when.time_since_epoch().count();
 }
@@ -107,7 +104,6 @@ SpinWait& replyWait() {
 bool SpinWait::spinningPays(Clock::time_point now) const {
     static const bool severalCores = std::thread::hardware_concurrency() > 1;
     return severalCores && ticks(now) >= sleepUntil_.load(std::memory_order_relaxed) &&
-           ticks(now) >= everyoneSleepsUntil.load(std::memory_order_relaxed) &&
            !crowding().crowded(now);
 }
 
@@ -123,10 +119,6 @@ void SpinWait::missed(Clock::time_point now) {
     const Clock::rep pause = nextPause_.load(std::memory_order_relaxed);
     sleepUntil_.store(ticks(now) + pause, std::memory_order_relaxed);
     nextPause_.store(std::min(2 * pause, kLongestPause.count()), std::memory_order_relaxed);
-}
-
-void SpinWait::lostTheCore(Clock::time_point now) {
-    everyoneSleepsUntil.store(ticks(now + kLongestPause), std::memory_order_relaxed);
 }
 
 }  // namespace pylnk

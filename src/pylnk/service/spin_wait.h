@@ -13,13 +13,12 @@
 // it waits for, or others, and a fair scheduler charges it the time it burnt
 // by waking it later afterwards. So a side spins only while the kernel's
 // count of threads that want to run (sampled at most once a millisecond) is
-// no more than the cores, and a spinner that finds it was off its core all
-// the same (the clock jumped) makes both sides sleep at once for 64 ms. A
-// side whose spin ended without the other side, while the other side was
-// awake (busy with a long command, say), sleeps at once for 1 ms, doubled
-// with every further such miss up to 64 ms and back to 1 ms after a spin
-// that caught the other side; a spin that waited for a sleeping other side
-// to wake up proves nothing and changes nothing.
+// no more than the cores. A side whose spin found it was off its core all
+// the same (the clock jumped), or ended without the other side while the
+// other side was awake (busy with a long command, say), sleeps at once for
+// 1 ms, doubled with every further such spin up to 64 ms and back to 1 ms
+// after a spin that caught the other side. A spin that waited for a sleeping
+// other side to wake up proves nothing and changes nothing.
 #pragma once
 
 #include <atomic>
@@ -78,7 +77,7 @@ class SpinWait {
             }
             const Clock::time_point now = Clock::now();
             if (now - last > kDescheduledGap) {
-                lostTheCore(now);
+                missed(now);
                 return ready();
             }
             if (now - start >= limit_) {
@@ -102,7 +101,6 @@ class SpinWait {
     bool spinningPays(Clock::time_point now) const;
     void caught();
     void missed(Clock::time_point now);
-    static void lostTheCore(Clock::time_point now);
 
     const std::chrono::nanoseconds limit_;
     const SpinWait& other_;
