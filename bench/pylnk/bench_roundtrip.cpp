@@ -222,9 +222,18 @@ std::string loadedLibrary() {
     return info.dli_fname;
 }
 
-// One run: prints "key value" lines for the parent.
-int child() {
+// One run: prints "key value" lines for the parent. The busy-thread bursts
+// run in a fresh process of their own, so that both libraries meet them
+// with the same history (the scheduler places threads by how they woke
+// each other before).
+int child(const std::string& part) {
     std::cout << "library " << loadedLibrary() << "\n";
+    if (part == "crowded") {
+        startSystemPython();
+        std::cout << "oversubscribed_ms " << oversubscribedBurstMillis() << "\n";
+        call("pyClose");
+        return 0;
+    }
     std::cout << "busy_wait_us " << busyWaitHandOff() << "\n";
     std::cout << "sleeping_us " << sleepingHandOff() << "\n";
     startSystemPython();
@@ -240,7 +249,6 @@ int child() {
     }
     std::cout << "walk_ms " << median(walks) << "\n";
     std::cout << "idle_cpu_pct " << idleCpuPercent() << "\n";
-    std::cout << "oversubscribed_ms " << oversubscribedBurstMillis() << "\n";
     call("pyClose");
     return 0;
 }
@@ -248,10 +256,11 @@ int child() {
 using Figures = std::map<std::string, std::vector<double>>;
 
 // Runs one child and adds its figures; returns the library it loaded.
-std::string runChild(const std::string& self, const std::string& libraryPath, Figures& figures) {
+std::string runChild(const std::string& self, const std::string& part,
+                     const std::string& libraryPath, Figures& figures) {
     const std::string command =
         (libraryPath.empty() ? "" : "LD_LIBRARY_PATH='" + libraryPath + "' ") + "'" + self +
-        "' --child";
+        "' --child " + part;
     std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
     std::string library;
     char line[512];
@@ -284,8 +293,8 @@ std::string loadAverage() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::string(argv[1]) == "--child") {
-        return child();
+    if (argc == 3 && std::string(argv[1]) == "--child") {
+        return child(argv[2]);
     }
     const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 7;
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
@@ -294,8 +303,10 @@ int main(int argc, char** argv) {
     Figures spinning, off;
     std::string spinningLibrary, offLibrary;
     for (int run = 0; run < runs; ++run) {
-        spinningLibrary = runChild(self, "", spinning);
-        offLibrary = runChild(self, VX_SPIN_OFF_FOLDER, off);
+        for (const char* part : {"quiet", "crowded"}) {
+            spinningLibrary = runChild(self, part, "", spinning);
+            offLibrary = runChild(self, part, VX_SPIN_OFF_FOLDER, off);
+        }
         std::cerr << "run " << run + 1 << " of " << runs << " done\n";
     }
     std::cout << "load average after:  " << loadAverage() << "\n"
