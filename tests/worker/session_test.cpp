@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <memory>
 #include <thread>
 
@@ -134,6 +135,16 @@ TEST(Session, ManyHostThreadsShareOneSessionAndEachGetsItsOwnReply) {
         thread.join();
     }
     EXPECT_EQ(wrong.load(), 0);
+
+    // A call that keeps Python busy and prints nothing: another thread's
+    // call is still read, and _TEST_ answered, while the first one waits.
+    auto busy = std::async(std::launch::async,
+                           [&session] { Python(session).exec("import time\ntime.sleep(3)"); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const vd::Array echo = vd::ArrayFactory().createCharArray("while Python sleeps");
+    EXPECT_TRUE(sameArray(session.call("_TEST_", {echo}).at(0), echo));
+    EXPECT_EQ(busy.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    busy.get();
 }
 
 TEST(Session, PythonOutputArrivesWhileTheCallWaitsAndBetweenCalls) {

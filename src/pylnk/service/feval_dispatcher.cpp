@@ -7,6 +7,7 @@
 #include "service/lifecycle.h"
 #include "service/python_thread.h"
 #include "service/request_queue.h"
+#include "service/spin_wait.h"
 
 namespace interprocess::pylnk::server::libpylnk {
 
@@ -83,6 +84,11 @@ void feval_dispatcher(const std::string& name, size_t nlhs, vd::Array* plhs, siz
         startPython(queue, promise, future, nlhs, nrhs, prhs);
     } else {
         pushRequest(queue, name, nlhs, &promise, nrhs, prhs);
+        ::pylnk::replyWait().wait(
+            [&future] {
+                return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+            },
+            [&future] { future.wait(); });
     }
 
     Reply reply = future.get();  // rethrows a stored exception; plhs untouched then

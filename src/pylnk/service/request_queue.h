@@ -1,6 +1,7 @@
 // The one queue between the callers of feval_dispatcher and the Python thread.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -25,10 +26,14 @@ struct RequestQueue {
     std::deque<FevalRequest> requests;
     std::mutex mutex;
     std::condition_variable ready;
+    // The length of `requests`, written under the mutex, so that the Python
+    // thread can watch for a request without taking the mutex.
+    std::atomic<size_t> queued{0};
 
     // Appends a copy at the back and wakes the Python thread (after unlocking).
     void push(const FevalRequest& request);
-    // Blocks until a request is there and takes it from the front.
+    // Takes the request at the front; waits for one if there is none, first
+    // spinning briefly (spin_wait.h), then asleep on the condition variable.
     FevalRequest pop();
 };
 

@@ -1,11 +1,14 @@
 #include "server/command_server.h"
 
 #include <cxxabi.h>
+#include <poll.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <boost/core/demangle.hpp>
 #include <cstdio>
 #include <exception>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -14,6 +17,12 @@ namespace vxpy::worker {
 namespace vd = foundation::veltradata;
 
 namespace {
+
+// How long a request may be served before another thread reads on. Only a
+// print needs the host's answer at once, and it calls that thread at once.
+// Further requests would wait for the Python thread anyway, and the end of
+// the connection may be seen that much later.
+constexpr std::chrono::milliseconds kStandByDelay{2};
 
 // Room beyond nlhs for a reply longer than asked for: the library writes as
 // many arrays as its reply holds.
@@ -41,7 +50,14 @@ std::pair<std::string, std::string> describeCurrentException() {
 
 }  // namespace
 
-CommandServer::CommandServer(int fd, Dispatcher dispatcher) : fd_(fd), dispatcher_(dispatcher) {}
+CommandServer::CommandServer(int fd, Dispatcher dispatcher)
+    : fd_(fd),
+      dispatcher_(dispatcher),
+      timerFd_(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
+    if (timerFd_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "timerfd_create");
+    }
+}
 
 void CommandServer::run() {
     try {
@@ -50,67 +66,112 @@ void CommandServer::run() {
         end(kExitConnectionClosed);
     }
     serveLoop();
-    end(kExitConnectionClosed);
 }
 
 void CommandServer::serveLoop() {
     for (;;) {
+        wire::Frame request = nextRequest();
+        vacate();
+        serve(request);
+        if (!reclaim()) {
+            awaitTheReaderRole();
+        }
+    }
+}
+
+wire::Frame CommandServer::nextRequest() {
+    for (;;) {
         wire::Frame frame;
-        {
-            {
-                std::lock_guard<std::mutex> lock(poolMutex_);
-                ++waitingReaders_;
-            }
-            std::unique_lock<std::mutex> reading(readMutex_);
-            {
-                std::lock_guard<std::mutex> lock(poolMutex_);
-                --waitingReaders_;
-            }
-            try {
-                frame = wire::receiveFrame(fd_);
-            } catch (const wire::ConnectionClosed&) {
-                end(kExitConnectionClosed);
-            } catch (const std::exception& error) {
-                std::fprintf(stderr, "vxpy-worker: refused a frame from the host: %s\n",
-                             error.what());
-                end(kExitBadFrame);
-            }
-            if (frame.kind == wire::FrameKind::PrintDone) {
-                {
-                    std::lock_guard<std::mutex> lock(printMutex_);
-                    lastPrintDone_ = std::max(lastPrintDone_, frame.id);
-                }
-                printDone_.notify_all();
-                continue;
-            }
-            if (frame.kind != wire::FrameKind::Request) {
-                continue;  // the host's Hello: its version was checked on receipt
-            }
+        try {
+            frame = wire::receiveFrame(fd_);
+        } catch (const wire::ConnectionClosed&) {
+            end(kExitConnectionClosed);
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "vxpy-worker: refused a frame from the host: %s\n", error.what());
+            end(kExitBadFrame);
         }
-        // Someone must read on while this request is served: the host may
-        // send more, answer a print, or go away.
-        {
-            std::lock_guard<std::mutex> lock(poolMutex_);
-            if (waitingReaders_ == 0) {
-                if (spareThreads_ > 0) {
-                    --spareThreads_;
-                    ++spareCalls_;
-                    spareWake_.notify_one();
-                } else {
-                    std::thread([this] { serveLoop(); }).detach();
-                }
+        if (frame.kind == wire::FrameKind::PrintDone) {
+            {
+                std::lock_guard<std::mutex> lock(printMutex_);
+                lastPrintDone_ = std::max(lastPrintDone_, frame.id);
             }
+            printDone_.notify_all();
+        } else if (frame.kind == wire::FrameKind::Request) {
+            return frame;
         }
-        serve(frame);
-        // With a reader in waiting already, this thread rests until needed,
-        // so that the number of threads follows the requests in flight.
+        // Anything else is the host's Hello: its version was checked on receipt.
+    }
+}
+
+void CommandServer::vacate() {
+    std::lock_guard<std::mutex> lock(poolMutex_);
+    vacant_ = true;
+    setTimer(kStandByDelay);
+    if (standingBy_) {
+        return;
+    }
+    standingBy_ = true;
+    if (spareThreads_ > 0) {
+        --spareThreads_;
+        ++spareCalls_;
+        spareWake_.notify_one();
+    } else {
+        std::thread([this] {
+            standBy();
+            serveLoop();
+        }).detach();
+    }
+}
+
+bool CommandServer::reclaim() {
+    std::lock_guard<std::mutex> lock(poolMutex_);
+    if (!vacant_) {
+        return false;
+    }
+    vacant_ = false;
+    setTimer(std::chrono::nanoseconds::zero());
+    return true;
+}
+
+void CommandServer::awaitTheReaderRole() {
+    {
         std::unique_lock<std::mutex> lock(poolMutex_);
-        if (waitingReaders_ > 0) {
+        if (standingBy_) {
+            // Another thread stands by: this one rests until it is called to
+            // stand by in its turn (vacate sets standingBy_ for it).
             ++spareThreads_;
             spareWake_.wait(lock, [&] { return spareCalls_ > 0; });
             --spareCalls_;
+        } else {
+            standingBy_ = true;
         }
     }
+    standBy();
+}
+
+void CommandServer::standBy() {
+    for (;;) {
+        pollfd timer{timerFd_, POLLIN, 0};
+        ::poll(&timer, 1, -1);
+        std::uint64_t expirations = 0;
+        [[maybe_unused]] const ssize_t drained = ::read(timerFd_, &expirations, sizeof expirations);
+        // The timer may have fired for a vacancy that its reader has ended
+        // since: then this thread goes on standing by.
+        std::lock_guard<std::mutex> lock(poolMutex_);
+        if (vacant_) {
+            vacant_ = false;
+            standingBy_ = false;
+            return;
+        }
+    }
+}
+
+void CommandServer::setTimer(std::chrono::nanoseconds delay) {
+    // A zero delay disarms the timer and drops an expiry not yet read.
+    itimerspec when{};
+    when.it_value.tv_sec = static_cast<time_t>(delay.count() / 1'000'000'000);
+    when.it_value.tv_nsec = static_cast<long>(delay.count() % 1'000'000'000);
+    ::timerfd_settime(timerFd_, 0, &when, nullptr);
 }
 
 void CommandServer::serve(wire::Frame& request) {
@@ -152,6 +213,14 @@ void CommandServer::print(const std::u16string& text) {
     {
         std::lock_guard<std::mutex> lock(printMutex_);
         id = nextPrint_++;
+    }
+    {
+        // The host's answer must be read while the command that printed
+        // still runs: the thread that stands by reads on at once.
+        std::lock_guard<std::mutex> lock(poolMutex_);
+        if (vacant_) {
+            setTimer(std::chrono::nanoseconds(1));
+        }
     }
     std::vector<vd::Array> holder;
     send(wire::printFrame(id, text, holder));

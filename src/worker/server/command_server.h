@@ -5,6 +5,7 @@
 
 #include <foundation/veltradata.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -40,23 +41,40 @@ class CommandServer {
     void print(const std::u16string& text);
 
   private:
-    // Every thread takes turns at reading; the one that reads a request
-    // serves it, after making sure that another thread reads on.
-    void serveLoop();
+    // Every server thread runs this loop. One thread at a time holds the
+    // reader role: it reads frames and serves each request it reads itself.
+    // While it serves, the role is vacant and another thread stands by on a
+    // timer: a request not served within kStandByDelay, or a print that needs
+    // the host's answer, hands it the role. A request served sooner costs no
+    // hand-off between threads at all.
+    [[noreturn]] void serveLoop();
+    // With the reader role: reads until a request comes.
+    wire::Frame nextRequest();
+    // The reader leaves the role to serve: arms the timer and makes sure a
+    // thread stands by at it.
+    void vacate();
+    // After serving: takes the role back unless another thread has it now.
+    bool reclaim();
+    // Until the role falls to this thread: stands by at the timer, or rests
+    // while another thread does.
+    void awaitTheReaderRole();
+    void standBy();
+    void setTimer(std::chrono::nanoseconds delay);
     void serve(wire::Frame& request);
     void send(const wire::OutFrame& frame);
     [[noreturn]] void end(int status);
 
     const int fd_;
     const Dispatcher dispatcher_;
-    std::mutex readMutex_;  // held by the thread that reads
+    const int timerFd_;
     std::mutex writeMutex_;
 
-    std::mutex poolMutex_;  // guards the counts below
+    std::mutex poolMutex_;  // guards the state below
     std::condition_variable spareWake_;
-    int waitingReaders_ = 0;  // threads waiting to read next
-    int spareThreads_ = 0;    // threads resting until a reader is needed
-    int spareCalls_ = 0;      // rested threads called back, not yet awake
+    bool vacant_ = false;      // the reader serves a request and nobody reads
+    bool standingBy_ = false;  // a thread waits at the timer (or is on its way)
+    int spareThreads_ = 0;     // threads resting until one must stand by
+    int spareCalls_ = 0;       // rested threads called to stand by, not yet awake
 
     std::mutex printMutex_;
     std::condition_variable printDone_;
