@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "support/failure.h"
+
 namespace vxtest {
 
 namespace vd = foundation::veltradata;
