@@ -219,10 +219,7 @@ TEST_F(ClassMetadata, EveryRetainedAddressIsTheHostsToRelease) {
     // hold those addresses already.
     const std::vector<std::string> probes{"Shape", "Shape.__dict__['__add__']",
                                           "Shape.__dict__['overridden']"};
-    std::vector<long long> before;
-    for (const std::string& probe : probes) {
-        before.push_back(pythonRefcount(probe));
-    }
+    const std::vector<long long> before = pythonRefcounts(probes);
     // Plain functions keep their address from build to build, and the
     // registry holds one reference for each; bound methods (a classmethod,
     // the class's own __init_subclass__) are new objects each time.
@@ -231,9 +228,8 @@ TEST_F(ClassMetadata, EveryRetainedAddressIsTheHostsToRelease) {
         const vd::Array metadata = metadataOf("shape");
         addresses.insert(addressOf(field(metadata, "objectAddress")));
         for (const char* list : {"methods", "operators"}) {
-            const vd::Array row = field(metadata, list);
-            for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
-                addresses.insert(addressOf(field(row, "objectAddress", i)));
+            for (Address address : addressesOf(field(metadata, list))) {
+                addresses.insert(address);
             }
         }
     }
@@ -242,9 +238,7 @@ TEST_F(ClassMetadata, EveryRetainedAddressIsTheHostsToRelease) {
     for (Address a : addresses) {
         release(a);
     }
-    for (size_t i = 0; i < probes.size(); ++i) {
-        EXPECT_EQ(pythonRefcount(probes[i]), before[i]) << probes[i];
-    }
+    EXPECT_EQ(pythonRefcounts(probes), before);
 }
 
 TEST_F(ClassMetadata, CacheAndTheSmallerCommands) {

@@ -71,19 +71,18 @@ bool listed(const vd::Array& metadata, const std::string& name) {
 // classes and their members and operators.
 std::set<Address> retainedBy(const vd::Array& metadata) {
     std::set<Address> addresses{addressOf(field(metadata, "objectAddress"))};
-    const auto collect = [&](const vd::Array& row) {
-        for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
-            addresses.insert(addressOf(field(row, "objectAddress", i)));
-        }
-    };
-    collect(field(metadata, "packageFunctions"));
-    collect(field(metadata, "getterFunctions"));
-    collect(field(metadata, "aliases"));
     const vd::Array classes = field(metadata, "classes");
-    collect(classes);
+    std::vector<vd::Array> rows{field(metadata, "packageFunctions"),
+                                field(metadata, "getterFunctions"), field(metadata, "aliases"),
+                                classes};
     for (size_t i = 0; i < classes.getNumberOfElements(); ++i) {
-        collect(field(classes, "methods", i));
-        collect(field(classes, "operators", i));
+        rows.push_back(field(classes, "methods", i));
+        rows.push_back(field(classes, "operators", i));
+    }
+    for (const vd::Array& row : rows) {
+        for (Address address : addressesOf(row)) {
+            addresses.insert(address);
+        }
     }
     return addresses;
 }
@@ -215,10 +214,7 @@ TEST_F(ModuleMetadata, EveryRetainedAddressIsTheHostsToRelease) {
     const Address module = importDescribed();
     exec("import vx_described as m");
     const std::vector<std::string> probes{"m.MyClass", "m.f", "m.MyClass.__dict__['method']"};
-    std::vector<long long> before;
-    for (const std::string& probe : probes) {
-        before.push_back(pythonRefcount(probe));
-    }
+    const std::vector<long long> before = pythonRefcounts(probes);
     const std::set<Address> retained = retainedBy(metadataOf(module));
     // One registry reference for each function, however often it is listed;
     // the class is held by its bound classmethods too.
@@ -227,9 +223,7 @@ TEST_F(ModuleMetadata, EveryRetainedAddressIsTheHostsToRelease) {
     for (Address address : retained) {
         release(address);
     }
-    for (size_t i = 0; i < probes.size(); ++i) {
-        EXPECT_EQ(pythonRefcount(probes[i]), before[i]) << probes[i];
-    }
+    EXPECT_EQ(pythonRefcounts(probes), before);
 }
 
 TEST_F(ModuleMetadata, ObjectsWithoutANameAndFailedWalks) {

@@ -71,6 +71,14 @@ std::optional<size_t> entryNamed(const vd::Array& row, const std::string& name) 
     return found == names.end() ? std::nullopt : std::optional<size_t>(found - names.begin());
 }
 
+std::vector<std::uint64_t> addressesOf(const vd::Array& row) {
+    std::vector<std::uint64_t> addresses;
+    for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
+        addresses.push_back(addressOf(field(row, "objectAddress", i)));
+    }
+    return addresses;
+}
+
 std::string reportOf(const vd::Array& reply) {
     return textOf(field(reply, "exceptionName")) + ": " + textOf(field(reply, "exceptionMessage"));
 }
@@ -298,6 +306,14 @@ long long integer(const std::string& expression) {
 
 long long pythonRefcount(const std::string& expression) {
     return integer("__import__('sys').getrefcount(" + expression + ")");
+}
+
+std::vector<long long> pythonRefcounts(const std::vector<std::string>& expressions) {
+    std::vector<long long> counts;
+    for (const std::string& expression : expressions) {
+        counts.push_back(pythonRefcount(expression));
+    }
+    return counts;
 }
 
 bool errorOccurred() {

@@ -31,6 +31,8 @@ std::vector<std::optional<std::string>> stringsOf(const vd::Array& strings);
 // The "name" of each element of a struct row, and the place of one.
 std::vector<std::string> namesOf(const vd::Array& row);
 std::optional<size_t> entryNamed(const vd::Array& row, const std::string& name);
+// The "objectAddress" of each element of a struct row.
+std::vector<std::uint64_t> addressesOf(const vd::Array& row);
 // "<exceptionName>: <exceptionMessage>" of a report structure.
 std::string reportOf(const vd::Array& reply);
 
@@ -124,6 +126,7 @@ long long integer(const std::string& expression);
 // sys.getrefcount(<expression>) counted in Python, so that the count holds
 // no registry reference.
 long long pythonRefcount(const std::string& expression);
+std::vector<long long> pythonRefcounts(const std::vector<std::string>& expressions);
 bool errorOccurred();
 
 }  // namespace vxtest
