@@ -1,6 +1,7 @@
 // Hand-offs between the callers and the Python thread, which spin briefly
 // before they sleep: bursts and pauses of random length from many threads up
-// to pyClose, and Python threads of user code during a burst.
+// to pyClose, each caller getting its own replies and stored exceptions, and
+// Python threads of user code during a burst.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -66,6 +67,15 @@ TEST(HandOff, ManyCallersWithBurstsAndPausesEachGetTheirOwnRepliesUpToTheClose) 
                     const vd::Array released = send("Release", {created});
                     wrong += !isDiscard(read) && int64Of(read) != value;
                     wrong += !isDiscard(released) && textOf(released) != "success";
+                    // A stored exception reaches its own caller too.
+                    const std::string name = "NoSuch_" + std::to_string(value);
+                    try {
+                        discards.push_back(isDiscard(call(name)));
+                        wrong += !discards.back();
+                    } catch (const std::invalid_argument& failure) {
+                        discards.push_back(false);
+                        wrong += failure.what() != "Unknown command '" + name + "'.";
+                    }
                 }
                 randomPause(random);
             }
