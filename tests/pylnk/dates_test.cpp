@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-#include "support/conversion.h"
+#include "support/session.h"
 
 using namespace vxtest;
 
@@ -218,21 +218,6 @@ TEST_F(Dates, ArraysAgreeWithPythonsOwnDatetimesAndTimedeltas) {
                 << unit << " element " << k;
         }
     }
-}
-
-// What the host sends into Python comes back in the same places.
-TEST_F(Dates, HostArraysComeBackInTheirOwnOrder) {
-    const vd::Array marker = shapedMarker(
-        "VX_PylnkSP_DatetimeArray", "datetimeStr",
-        stringRow({"2024-01-01", "2024-01-02", "NaT", "2024-01-04", "2024-01-05", "1900-01-06"}),
-        {2, 3});
-    exec("def same(x):\n    return x\n");
-    const Address made = addressOf(field(invokeFastInput(eval("same"), {marker}), "object"));
-    const vd::Array reply = call("pyDatetimeGetData", {addressArray(made)});
-    EXPECT_EQ(shown(reply, {"dims", "NaT_indices"}), "INT64 1x2: 2 3 | LOGICAL 1x6: 0 0 1 0 0 0");
-    EXPECT_EQ(shown(field(reply, kDateArray), {"year", "day"}),
-              "INT64 1x6: 2024 2024 0 2024 2024 1900 | INT64 1x6: 1 2 0 4 5 6");
-    release(made);
 }
 
 TEST_F(Dates, ListsAndTuplesTheirZonesAndTheFirstElementThatIsNone) {
