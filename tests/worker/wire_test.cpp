@@ -12,23 +12,16 @@
 
 #include "support/arrays.h"
 #include "support/failure.h"
+#include "support/frames.h"
 #include "wire/wire_codec.h"
 
 namespace {
 
 using namespace vxpy::wire;
 using ::testing::HasSubstr;
+using vxtest::bytesOf;
 using vxtest::sameArray;
 namespace vd = foundation::veltradata;
-
-std::vector<std::byte> bytesOf(const OutFrame& frame) {
-    std::vector<std::byte> all;
-    for (const iovec& piece : frame.pieces()) {
-        const auto* first = static_cast<const std::byte*>(piece.iov_base);
-        all.insert(all.end(), first, first + piece.iov_len);
-    }
-    return all;
-}
 
 FrameHeader headerOf(const std::vector<std::byte>& bytes) {
     FrameHeader header;
