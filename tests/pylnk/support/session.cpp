@@ -6,7 +6,6 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
-#include <memory>
 #include <sstream>
 
 #include "service/feval_dispatcher.h"
@@ -146,6 +145,20 @@ vd::Array stringRow(const std::vector<const char*>& items) {
     return strings;
 }
 
+CommandRun runCommand(const std::string& command) {
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return {-1, ""};
+    }
+    CommandRun run{0, ""};
+    std::array<char, 512> chunk{};
+    while (fgets(chunk.data(), chunk.size(), pipe) != nullptr) {
+        run.output += chunk.data();
+    }
+    run.status = pclose(pipe);
+    return run;
+}
+
 std::optional<PythonInstall> describePython(const std::string& executable) {
     const std::string command =
         "'" + executable +
@@ -155,16 +168,7 @@ std::optional<PythonInstall> describePython(const std::string& executable) {
         "venv = sys.prefix != sys.base_prefix\n"
         "print(sys.executable)\nprint(lib)\nprint('' if venv else sys.base_prefix)\n"
         "print('%d.%d' % sys.version_info[:2])\" 2>/dev/null";
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    if (!pipe) {
-        return std::nullopt;
-    }
-    std::string output;
-    std::array<char, 512> chunk{};
-    while (fgets(chunk.data(), chunk.size(), pipe.get()) != nullptr) {
-        output += chunk.data();
-    }
-    std::istringstream lines(output);
+    std::istringstream lines(runCommand(command).output);
     PythonInstall python;
     if (!std::getline(lines, python.executable) || !std::getline(lines, python.library) ||
         !std::getline(lines, python.home) || !std::getline(lines, python.version) ||

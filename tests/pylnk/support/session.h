@@ -75,6 +75,13 @@ std::string failureOf(F&& action) {
     return "no failure";
 }
 
+// A shell command's exit status (as pclose gives it) and standard output.
+struct CommandRun {
+    int status;
+    std::string output;
+};
+CommandRun runCommand(const std::string& command);
+
 // What the host learns of an interpreter by asking it (never the library).
 struct PythonInstall {
     std::string executable;
