@@ -75,9 +75,9 @@ TEST(WorkerFaults, ACrashInsidePythonEndsEveryPendingAndLaterCallUntilRestart) {
     session.restart();
     EXPECT_NE(session.pid(), firstPid);
     EXPECT_FALSE(session.started());
-    // Not started, and not WorkerEnded.
-    EXPECT_EQ(failureOf<vxpy::Error>([&] { session.call("Ping", {}); }),
-              "not started: call start() before sending 'Ping'");
+    // Not started, and not ended.
+    EXPECT_EQ(vxtest::clientFailureOf([&] { session.call("Ping", {}); }),
+              "Error: not started: call start() before sending 'Ping'");
     session.start(systemPython());
     EXPECT_EQ(vd::CharArray(session.call("Ping", {}).at(0)).toAscii(), "success");
 }
@@ -109,8 +109,8 @@ TEST(WorkerFaults, CloseAndTheDestructorEndTheWorkerWhateverItIsDoing) {
         session.close();
         EXPECT_FALSE(processExists(pid));
         // A closed session, not a crashed one.
-        EXPECT_EQ(failureOf<vxpy::Error>([&] { session.call("_TEST_", {}); }),
-                  "the session is closed");
+        EXPECT_EQ(vxtest::clientFailureOf([&] { session.call("_TEST_", {}); }),
+                  "Error: the session is closed");
         session.restart();  // a closed session may be opened again
         EXPECT_EQ(session.call("_TEST_", {vd::ArrayFactory().createScalar(1.0)}).size(), 1u);
     }
