@@ -34,8 +34,8 @@ class Buffers : public ::testing::Test {
     }
 
     std::uint64_t dataAddress(const std::string& expression) {
-        return vd::TypedArray<std::uint64_t>(
-            call("pyLongGetDataUInt64", {addressArray(eval(expression))}))[0];
+        return valueOf<std::uint64_t>(
+            call("pyLongGetDataUInt64", {addressArray(eval(expression))}));
     }
 };
 

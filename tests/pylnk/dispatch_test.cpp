@@ -18,9 +18,6 @@ namespace {
 vd::Array dbl(double v) {
     return vd::ArrayFactory().createScalar(v);
 }
-double valueOf(const vd::Array& a) {
-    return vd::TypedArray<double>(a)[0];
-}
 
 }  // namespace
 
@@ -29,18 +26,18 @@ TEST(Door, TestEchoCopiesTheSmallerCountWithoutPython) {
     std::vector<vd::Array> in{dbl(1), dbl(2), dbl(3)};
     std::vector<vd::Array> out{dbl(-1), dbl(-2), dbl(-3)};
     feval_dispatcher("_TEST_", 3, out.data(), 1, in.data());
-    EXPECT_EQ(valueOf(out[0]), 1);
-    EXPECT_EQ(valueOf(out[1]), -2);
-    EXPECT_EQ(valueOf(out[2]), -3);
+    EXPECT_EQ(valueOf<double>(out[0]), 1);
+    EXPECT_EQ(valueOf<double>(out[1]), -2);
+    EXPECT_EQ(valueOf<double>(out[2]), -3);
 
     feval_dispatcher("_TEST_", 2, out.data(), 3, in.data());
-    EXPECT_EQ(valueOf(out[1]), 2);
-    EXPECT_EQ(valueOf(out[2]), -3);
+    EXPECT_EQ(valueOf<double>(out[1]), 2);
+    EXPECT_EQ(valueOf<double>(out[2]), -3);
 
     feval_dispatcher("_TEST_", 0, out.data(), 3, in.data());
     feval_dispatcher("_TEST_", 3, out.data(), 0, in.data());
     feval_dispatcher("_TEST_", 3, nullptr, 3, in.data());
-    EXPECT_EQ(valueOf(out[0]), 1);
+    EXPECT_EQ(valueOf<double>(out[0]), 1);
 }
 
 TEST(Door, BuiltinsAnswerWithCharArraysAndUnknownNamesFail) {
@@ -86,7 +83,7 @@ TEST(Door, OneElementReplyWithZeroOutputsAndNullSlots) {
     std::vector<vd::Array> out{dbl(7), dbl(8)};
     feval_dispatcher("Ping", 0, out.data(), 0, nullptr);
     EXPECT_EQ(textOf(out[0]), "success");              // plhs[0] written though nlhs is 0
-    EXPECT_EQ(valueOf(out[1]), 8);                     // further slots untouched
+    EXPECT_EQ(valueOf<double>(out[1]), 8);             // further slots untouched
     feval_dispatcher("Ping", 0, nullptr, 0, nullptr);  // nothing written, no crash
 }
 
@@ -98,7 +95,7 @@ TEST(Door, QueueCreationIsSafeUnderConcurrentFirstCalls) {
         callers.emplace_back([&echoed, t] {
             vd::Array in = dbl(t), out;
             feval_dispatcher("_TEST_", 1, &out, 1, &in);
-            echoed += valueOf(out) == t;
+            echoed += valueOf<double>(out) == t;
         });
     }
     for (auto& c : callers) {
