@@ -78,14 +78,12 @@ TEST_F(ClassMetadata, DescribesAUserClassWithoutRunningItsMembers) {
     // is a member the host shows.
     const vd::Array properties = field(metadata, "properties");
     EXPECT_EQ(fieldNames(properties), (Names{"name", "getAccess", "setAccess"}));
-    for (const auto& [name, access] :
-         {std::pair{"area", "1 0"}, std::pair{"label", "0 1"}, std::pair{"slot", "1 1"}}) {
-        const size_t i = entryNamed(properties, name).value();
-        EXPECT_EQ(std::to_string(valueOf<bool>(field(properties, "getAccess", i))) + " " +
-                      std::to_string(valueOf<bool>(field(properties, "setAccess", i))),
-                  access)
-            << name;
-    }
+    const auto access = [&](const std::string& name) {
+        return shown(properties, {"getAccess", "setAccess"}, entryNamed(properties, name).value());
+    };
+    EXPECT_EQ(access("area"), "LOGICAL 1x1: 1 | LOGICAL 1x1: 0");
+    EXPECT_EQ(access("label"), "LOGICAL 1x1: 0 | LOGICAL 1x1: 1");
+    EXPECT_EQ(access("slot"), "LOGICAL 1x1: 1 | LOGICAL 1x1: 1");
     const vd::Array methods = field(metadata, "methods");
     for (const char* skipped : {"Nested", "count"}) {
         EXPECT_FALSE(entryNamed(properties, skipped)) << skipped;
