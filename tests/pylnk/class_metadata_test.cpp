@@ -49,56 +49,41 @@ class ClassMetadata : public ::testing::Test {
     static vd::Array metadataOf(const std::string& expression) {
         return call("pyGetClassMetaData", {addressArray(eval(expression))});
     }
-
-    // The entry of a struct row whose "name" is the given text.
-    static std::optional<size_t> entryNamed(const vd::Array& row, const std::string& name) {
-        for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
-            if (textOf(field(row, "name", i)) == name) {
-                return i;
-            }
-        }
-        return std::nullopt;
-    }
 };
 
-std::vector<std::optional<std::string>> typesOf(const vd::Array& entry, size_t argument) {
-    vd::TypedArray<vd::Array> cells(field(entry, "argTypes"));
-    return stringsOf(cells[argument]);
-}
-
 using Strings = std::vector<std::optional<std::string>>;
+using Names = std::vector<std::string>;
+
+// The type names of one argument of method `i` of a row.
+Strings typesOf(const vd::Array& methods, size_t i, size_t argument) {
+    return stringsOf(valuesOf<vd::Array>(field(methods, "argTypes", i)).at(argument));
+}
 
 }  // namespace
 
 TEST_F(ClassMetadata, DescribesAUserClassWithoutRunningItsMembers) {
     const vd::Array metadata = metadataOf("shape");
     EXPECT_EQ(fieldNames(metadata),
-              (std::vector<std::string>{"objectAddress", "name", "moduleName", "docstring", "bases",
-                                        "collections", "arrayType", "builtintype", "properties",
-                                        "methods", "operators"}));
-    EXPECT_EQ(textOf(field(metadata, "name")), "Shape");
-    EXPECT_EQ(textOf(field(metadata, "moduleName")), "shapes");
-    EXPECT_EQ(textOf(field(metadata, "docstring")), "A shape.");
-    EXPECT_EQ(stringsOf(field(metadata, "bases")), (Strings{"py.shapes.Base"}));
-    EXPECT_EQ(logicalsOf(field(metadata, "collections")),
-              (std::vector<bool>{false, false, false, false, false}));
-    EXPECT_EQ(logicalsOf(field(metadata, "arrayType")), (std::vector<bool>{false, false}));
-    EXPECT_TRUE(field(metadata, "builtintype").isEmpty());
+              (Names{"objectAddress", "name", "moduleName", "docstring", "bases", "collections",
+                     "arrayType", "builtintype", "properties", "methods", "operators"}));
+    EXPECT_EQ(shown(metadata, {"name", "moduleName", "docstring", "bases", "collections",
+                               "arrayType", "builtintype"}),
+              "CHAR 1x5: Shape | CHAR 1x6: shapes | CHAR 1x8: A shape. | "
+              "VELTRA_STRING 1x1: py.shapes.Base | LOGICAL 1x5: 0 0 0 0 0 | LOGICAL 1x2: 0 0 | "
+              "VELTRA_STRING 1x0:");
     EXPECT_EQ(strOf(addressOf(field(metadata, "objectAddress"))), "<class 'shapes.Shape'>");
 
     // Properties: the getter that raises never ran; access follows fget/fset;
     // a slot reads and writes. Neither the nested class nor a plain value
     // is a member the host shows.
     const vd::Array properties = field(metadata, "properties");
-    EXPECT_EQ(fieldNames(properties), (std::vector<std::string>{"name", "getAccess", "setAccess"}));
+    EXPECT_EQ(fieldNames(properties), (Names{"name", "getAccess", "setAccess"}));
     const auto access = [&](const std::string& name) {
-        const size_t i = entryNamed(properties, name).value();
-        return std::pair<bool, bool>(logicalsOf(field(properties, "getAccess", i))[0],
-                                     logicalsOf(field(properties, "setAccess", i))[0]);
+        return shown(properties, {"getAccess", "setAccess"}, entryNamed(properties, name).value());
     };
-    EXPECT_EQ(access("area"), std::make_pair(true, false));
-    EXPECT_EQ(access("label"), std::make_pair(false, true));
-    EXPECT_EQ(access("slot"), std::make_pair(true, true));
+    EXPECT_EQ(access("area"), "LOGICAL 1x1: 1 | LOGICAL 1x1: 0");
+    EXPECT_EQ(access("label"), "LOGICAL 1x1: 0 | LOGICAL 1x1: 1");
+    EXPECT_EQ(access("slot"), "LOGICAL 1x1: 1 | LOGICAL 1x1: 1");
     const vd::Array methods = field(metadata, "methods");
     for (const char* skipped : {"Nested", "count"}) {
         EXPECT_FALSE(entryNamed(properties, skipped)) << skipped;
@@ -106,19 +91,14 @@ TEST_F(ClassMetadata, DescribesAUserClassWithoutRunningItsMembers) {
     }
 
     // Methods in dir order; the override wins; static only where it is.
-    std::vector<std::string> names;
-    for (size_t i = 0; i < methods.getNumberOfElements(); ++i) {
-        names.push_back(textOf(field(methods, "name", i)));
-    }
+    const Names names = namesOf(methods);
     EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
     const auto method = [&](const std::string& name) { return entryNamed(methods, name).value(); };
-    const auto isStatic = [&](const std::string& name) -> bool {
-        return logicalsOf(field(methods, "static", method(name)))[0];
-    };
-    EXPECT_TRUE(isStatic("make"));
-    EXPECT_TRUE(isStatic("build"));
-    EXPECT_FALSE(isStatic("overridden"));
-    EXPECT_FALSE(isStatic("inherited"));
+    for (const auto& [name, isStatic] :
+         {std::pair{"make", true}, std::pair{"build", true}, std::pair{"overridden", false},
+          std::pair{"inherited", false}}) {
+        EXPECT_EQ(valueOf<bool>(field(methods, "static", method(name))), isStatic) << name;
+    }
     const Address overridden = addressOf(field(methods, "objectAddress", method("overridden")));
     EXPECT_EQ(strOf(invoke(overridden, {addressOf(field(metadata, "objectAddress"))})), "shape")
         << "the bound member of the subclass, not the base's";
@@ -128,78 +108,54 @@ TEST_F(ClassMetadata, DescribesAUserClassWithoutRunningItsMembers) {
 
 TEST_F(ClassMetadata, SignaturesAndAnnotations) {
     const vd::Array methods = field(metadataOf("shape"), "methods");
-    const auto entry = [&](const std::string& name) {
-        vd::StructArray row(methods);
-        vd::StructArray one = vd::ArrayFactory().createStructArray({1, 1}, fieldNames(methods));
-        const size_t i = entryNamed(methods, name).value();
-        for (const std::string& f : fieldNames(methods)) {
-            one[0][f] = vd::Array(row[i][f]);
-        }
-        return vd::Array(one);
+    const auto entry = [&](const std::string& name) { return entryNamed(methods, name).value(); };
+    const auto signature = [&](size_t i) {
+        return shown(methods,
+                     {"argNames", "numArgsDefault", "numArgsNoDefault", "varargs", "kwargs"}, i);
     };
-    const auto count = [](const vd::Array& e, const char* name) {
-        return static_cast<std::uint64_t>(vd::TypedArray<std::uint64_t>(field(e, name))[0]);
-    };
-    const auto flag = [](const vd::Array& e, const char* name) -> bool {
-        return logicalsOf(field(e, name))[0];
-    };
-
-    const vd::Array defaults = entry("defaults");
-    EXPECT_EQ(stringsOf(field(defaults, "argNames")), (Strings{"self", "a", "b"}));
-    EXPECT_EQ(count(defaults, "numArgsDefault"), 1u);
-    EXPECT_EQ(count(defaults, "numArgsNoDefault"), 2u);
-    EXPECT_TRUE(flag(defaults, "varargs"));
-    EXPECT_TRUE(flag(defaults, "kwargs"));
-
-    const vd::Array keywordOnly = entry("keyword_only");
-    EXPECT_EQ(stringsOf(field(keywordOnly, "argNames")), (Strings{"self", "a"}));
-    EXPECT_FALSE(flag(keywordOnly, "varargs"));
-    EXPECT_TRUE(flag(keywordOnly, "kwargs")) << "through kwonlyargs";
+    EXPECT_EQ(signature(entry("defaults")),
+              "VELTRA_STRING 1x3: self a b | UINT64 1x1: 1 | UINT64 1x1: 2 | LOGICAL 1x1: 1 | "
+              "LOGICAL 1x1: 1");
+    // kwargs through kwonlyargs.
+    EXPECT_EQ(signature(entry("keyword_only")),
+              "VELTRA_STRING 1x2: self a | UINT64 1x1: 0 | UINT64 1x1: 2 | LOGICAL 1x1: 0 | "
+              "LOGICAL 1x1: 1");
 
     // Sets are sorted by byte order, upper case first; text annotations are
     // split at '|'; an annotation without __name__ gives no type, and the
     // other arguments' cells keep their places.
-    const vd::Array annotated = entry("annotated");
-    EXPECT_EQ(stringsOf(field(annotated, "argNames")), (Strings{"self", "x", "y", "z", "w", "v"}));
-    EXPECT_EQ(typesOf(annotated, 0), Strings{});
-    EXPECT_EQ(typesOf(annotated, 1), (Strings{"int"}));
-    EXPECT_EQ(typesOf(annotated, 2), (Strings{"None", "int"}));
-    EXPECT_EQ(typesOf(annotated, 3), (Strings{"a", "b"}));
-    EXPECT_EQ(typesOf(annotated, 4), Strings{});
-    EXPECT_EQ(typesOf(annotated, 5), Strings{});
-    EXPECT_EQ(field(annotated, "argTypes").getDimensions(), (std::vector<size_t>{1, 6}));
+    const size_t annotated = entry("annotated");
+    EXPECT_EQ(show(field(methods, "argNames", annotated)), "VELTRA_STRING 1x6: self x y z w v");
+    EXPECT_EQ(show(field(methods, "argTypes", annotated)), "CELL 1x6:");
+    const std::vector<Strings> types{{}, {"int"}, {"None", "int"}, {"a", "b"}, {}, {}};
+    for (size_t argument = 0; argument < types.size(); ++argument) {
+        EXPECT_EQ(typesOf(methods, annotated, argument), types[argument]) << argument;
+    }
 
     // Union objects through typing.get_args; names outside ASCII kept.
-    const vd::Array unions = entry("unions");
-    EXPECT_EQ(typesOf(unions, 1), (Strings{"int", "str"}));
-    EXPECT_EQ(typesOf(unions, 2), (Strings{"NoneType", "int"}));
-    vd::TypedArray<vd::Array> cells(field(unions, "argTypes"));
-    const vd::VELTRAString grosse = vd::TypedArray<vd::VELTRAString>(cells[3])[0];
-    EXPECT_EQ(*grosse, u"Gr\u00f6\u00dfe");
+    const size_t unions = entry("unions");
+    EXPECT_EQ(typesOf(methods, unions, 1), (Strings{"int", "str"}));
+    EXPECT_EQ(typesOf(methods, unions, 2), (Strings{"NoneType", "int"}));
+    const vd::Array grosse = valuesOf<vd::Array>(field(methods, "argTypes", unions)).at(3);
+    EXPECT_EQ(*valueOf<vd::VELTRAString>(grosse), u"Gr\u00f6\u00dfe");
 
     // A static method keeps its names but takes anything; one without
     // arguments has a single missing name and no type cells.
-    const vd::Array make = entry("make");
-    EXPECT_EQ(stringsOf(field(make, "argNames")), (Strings{"a", "b"}));
-    EXPECT_TRUE(flag(make, "varargs"));
-    const vd::Array nothing = entry("nothing");
-    EXPECT_EQ(stringsOf(field(nothing, "argNames")), (Strings{std::nullopt}));
-    EXPECT_EQ(field(nothing, "argTypes").getDimensions(), (std::vector<size_t>{1, 0}));
+    EXPECT_EQ(shown(methods, {"argNames", "varargs"}, entry("make")),
+              "VELTRA_STRING 1x2: a b | LOGICAL 1x1: 1");
+    EXPECT_EQ(shown(methods, {"argNames", "argTypes"}, entry("nothing")),
+              "VELTRA_STRING 1x1: <missing> | CELL 1x0:");
     EXPECT_FALSE(errorOccurred());
 }
 
 TEST_F(ClassMetadata, OperatorsComeFromTheOperatorModuleInTableOrder) {
     const vd::Array metadata = metadataOf("shape");
     const vd::Array operators = field(metadata, "operators");
-    std::vector<std::string> names;
-    for (size_t i = 0; i < operators.getNumberOfElements(); ++i) {
-        names.push_back(textOf(field(operators, "name", i)));
-    }
-    EXPECT_EQ(names, (std::vector<std::string>{"plus", "eq", "ge", "gt", "le", "lt", "ne"}));
+    EXPECT_EQ(namesOf(operators), (Names{"plus", "eq", "ge", "gt", "le", "lt", "ne"}));
     EXPECT_EQ(strOf(addressOf(field(operators, "objectAddress", 0))), "<built-in function add>");
-    // The operator module's functions have no spec: the host may pass anything.
-    EXPECT_TRUE(logicalsOf(field(operators, "varargs", 0))[0]);
-    EXPECT_EQ(stringsOf(field(operators, "argNames", 0)), (Strings{std::nullopt}));
+    // The operator module's functions have no signature: the host may pass anything.
+    EXPECT_EQ(shown(operators, {"varargs", "argNames"}),
+              "LOGICAL 1x1: 1 | VELTRA_STRING 1x1: <missing>");
     // The class's own method is listed among the methods too.
     const vd::Array methods = field(metadata, "methods");
     const size_t add = entryNamed(methods, "__add__").value();
@@ -215,29 +171,28 @@ TEST_F(ClassMetadata, OperatorsComeFromTheOperatorModuleInTableOrder) {
 }
 
 TEST_F(ClassMetadata, BuiltinAndLibraryClasses) {
+    const auto isStatic = [](const vd::Array& metadata, const std::string& name) {
+        const vd::Array methods = field(metadata, "methods");
+        return valueOf<bool>(field(methods, "static", entryNamed(methods, name).value()));
+    };
     // dict.fromkeys is static through its __self__; str.join is not.
-    const vd::Array dictMethods = field(metadataOf("{}"), "methods");
-    EXPECT_TRUE(
-        logicalsOf(field(dictMethods, "static", entryNamed(dictMethods, "fromkeys").value()))[0]);
+    EXPECT_TRUE(isStatic(metadataOf("{}"), "fromkeys"));
     const vd::Array str = metadataOf("'text'");
-    const vd::Array strMethods = field(str, "methods");
-    EXPECT_FALSE(
-        logicalsOf(field(strMethods, "static", entryNamed(strMethods, "join").value()))[0]);
-    EXPECT_EQ(stringsOf(field(str, "builtintype")), (Strings{"str"}));
-    EXPECT_EQ(stringsOf(field(metadataOf("True"), "builtintype")), (Strings{"bool"}));
-    EXPECT_EQ(textOf(field(str, "moduleName")), "builtins");
+    EXPECT_FALSE(isStatic(str, "join"));
+    EXPECT_EQ(shown(str, {"builtintype", "moduleName"}),
+              "VELTRA_STRING 1x1: str | CHAR 1x8: builtins");
+    EXPECT_EQ(show(field(metadataOf("True"), "builtintype")), "VELTRA_STRING 1x1: bool");
 
     exec("class Stack(list): pass\nclass Callable:\n    def __call__(self): pass");
-    EXPECT_EQ(logicalsOf(field(metadataOf("Stack()"), "collections")),
-              (std::vector<bool>{false, true, true, false, false}));
-    EXPECT_EQ(logicalsOf(field(metadataOf("Callable()"), "collections"))[0], true);
-    EXPECT_EQ(logicalsOf(field(metadataOf("__import__('array').array('d')"), "arrayType")),
-              (std::vector<bool>{true, true}));
+    EXPECT_EQ(show(field(metadataOf("Stack()"), "collections")), "LOGICAL 1x5: 0 1 1 0 0");
+    EXPECT_EQ(show(field(metadataOf("Callable()"), "collections")), "LOGICAL 1x5: 1 0 0 0 0");
+    EXPECT_EQ(show(field(metadataOf("__import__('array').array('d')"), "arrayType")),
+              "LOGICAL 1x2: 1 1");
 
     // NumPy and pandas classes, as the host meets them every day.
     const vd::Array ndarray = metadataOf("__import__('numpy').zeros(2)");
     EXPECT_EQ(textOf(field(ndarray, "moduleName")), "numpy");
-    EXPECT_TRUE(logicalsOf(field(ndarray, "arrayType"))[1]);
+    EXPECT_TRUE(valuesOf<bool>(field(ndarray, "arrayType"))[1]);
     EXPECT_TRUE(entryNamed(field(ndarray, "properties"), "shape"));
     EXPECT_TRUE(entryNamed(field(ndarray, "methods"), "reshape"));
     const vd::Array frame = metadataOf("__import__('pandas').DataFrame({'a': [1]})");
@@ -253,30 +208,16 @@ TEST_F(ClassMetadata, UnreadableModuleAndDocstringReadAsEmpty) {
         "    def __doc__(cls): raise RuntimeError('no doc')\n"
         "class Odd(metaclass=Meta): pass\n"
         "Odd.__module__ = None\n");
-    const vd::Array metadata = metadataOf("Odd()");
-    EXPECT_EQ(textOf(field(metadata, "moduleName")), "");
-    EXPECT_EQ(textOf(field(metadata, "docstring")), "");
+    EXPECT_EQ(shown(metadataOf("Odd()"), {"moduleName", "docstring"}), "CHAR 1x0: | CHAR 1x0:");
     EXPECT_FALSE(errorOccurred());
 }
 
 TEST_F(ClassMetadata, EveryRetainedAddressIsTheHostsToRelease) {
-    // Counted in Python, so that the counting holds no registry reference.
-    const auto count = [](const std::string& expression) {
-        const Address n = eval("sys.getrefcount(" + expression + ")");
-        const auto value = static_cast<std::int64_t>(
-            vd::TypedArray<std::int64_t>(call("pyLongGetDataInt64", {addressArray(n)}))[0]);
-        release(n);
-        return value;
-    };
-    exec("import sys");
     // Not the operator module's functions: start-up's module descriptions
     // hold those addresses already.
     const std::vector<std::string> probes{"Shape", "Shape.__dict__['__add__']",
                                           "Shape.__dict__['overridden']"};
-    std::vector<std::int64_t> before;
-    for (const std::string& probe : probes) {
-        before.push_back(count(probe));
-    }
+    const std::vector<long long> before = pythonRefcounts(probes);
     // Plain functions keep their address from build to build, and the
     // registry holds one reference for each; bound methods (a classmethod,
     // the class's own __init_subclass__) are new objects each time.
@@ -285,50 +226,38 @@ TEST_F(ClassMetadata, EveryRetainedAddressIsTheHostsToRelease) {
         const vd::Array metadata = metadataOf("shape");
         addresses.insert(addressOf(field(metadata, "objectAddress")));
         for (const char* list : {"methods", "operators"}) {
-            const vd::Array row = field(metadata, list);
-            for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
-                addresses.insert(addressOf(field(row, "objectAddress", i)));
+            for (Address address : addressesOf(field(metadata, list))) {
+                addresses.insert(address);
             }
         }
     }
-    EXPECT_EQ(count(probes[1]), before[1] + 1);
-    EXPECT_EQ(count(probes[2]), before[2] + 1);
+    EXPECT_EQ(pythonRefcount(probes[1]), before[1] + 1);
+    EXPECT_EQ(pythonRefcount(probes[2]), before[2] + 1);
     for (Address a : addresses) {
         release(a);
     }
-    for (size_t i = 0; i < probes.size(); ++i) {
-        EXPECT_EQ(count(probes[i]), before[i]) << probes[i];
-    }
+    EXPECT_EQ(pythonRefcounts(probes), before);
 }
 
 TEST_F(ClassMetadata, CacheAndTheSmallerCommands) {
     // pyGetClassMetaData always builds: a bound method is a new object each
     // time, so its address changes.
-    const vd::Array first = metadataOf("shape");
-    const vd::Array second = metadataOf("shape");
-    const auto build = [](const vd::Array& m) {
-        const vd::Array methods = field(m, "methods");
-        for (size_t i = 0; i < methods.getNumberOfElements(); ++i) {
-            if (textOf(field(methods, "name", i)) == "build") {
-                return addressOf(field(methods, "objectAddress", i));
-            }
-        }
-        return Address{0};
+    const auto build = [](const vd::Array& metadata) {
+        const vd::Array methods = field(metadata, "methods");
+        return addressOf(field(methods, "objectAddress", entryNamed(methods, "build").value()));
     };
-    EXPECT_NE(build(first), build(second));
+    EXPECT_NE(build(metadataOf("shape")), build(metadataOf("shape")));
     EXPECT_EQ(textOf(call("ClearMetadataMap")), "success");
 
     // An object's own attributes, in insertion order, all readable and
     // writable; no __dict__ gives an empty row with the three fields.
     exec("class Plain: pass\nplain = Plain()\nplain.b = 1\nplain.a = property()");
     const vd::Array attributes = call("pyGetClassProperties", {addressArray(eval("plain"))});
-    ASSERT_EQ(attributes.getNumberOfElements(), 2u);
-    EXPECT_EQ(textOf(field(attributes, "name", 0)), "b");
-    EXPECT_EQ(textOf(field(attributes, "name", 1)), "a");
-    EXPECT_EQ(logicalsOf(field(attributes, "setAccess", 1)), (std::vector<bool>{true}));
+    EXPECT_EQ(namesOf(attributes), (Names{"b", "a"}));
+    EXPECT_EQ(shown(attributes, {"getAccess", "setAccess"}, 1), "LOGICAL 1x1: 1 | LOGICAL 1x1: 1");
     const vd::Array none = call("pyGetClassProperties", {addressArray(eval("3"))});
     EXPECT_EQ(none.getDimensions(), (std::vector<size_t>{1, 0}));
-    EXPECT_EQ(fieldNames(none), (std::vector<std::string>{"name", "getAccess", "setAccess"}));
+    EXPECT_EQ(fieldNames(none), (Names{"name", "getAccess", "setAccess"}));
 
     EXPECT_TRUE(truthOf(call("pyInspectFast", {addressArray(eval("Shape")), chars("isclass")})));
     EXPECT_FALSE(truthOf(call("pyInspectFast", {addressArray(eval("shape")), chars("isclass")})));

@@ -3,10 +3,6 @@
 // host's frame left as it was.
 #include <gtest/gtest.h>
 
-#include <complex>
-#include <cstdint>
-#include <sstream>
-
 #include "support/session.h"
 
 using namespace vxtest;
@@ -20,34 +16,6 @@ const char* const kColumns = "VELTRAPyHost_pyDataFrameColumnDataAsStruct";
 const char* const kNames = "VELTRAPyHost_pyDataFrameOrgVariableNames";
 const char* const kFlag = "VELTRAPyHost_pyDataFrameConvertibleToTimetable";
 const char* const kRowTimes = "VELTRAPyHost_pyDataFrameRowTimesVarName";
-
-template <class T>
-std::vector<T> valuesOf(const vd::Array& array) {
-    const vd::TypedArray<T> view(array);
-    return std::vector<T>(view.begin(), view.end());
-}
-
-// A number, truth value or string array as "TYPE rows x columns: elements",
-// a missing string as <missing>; anything else by its type.
-std::string show(const vd::Array& array) {
-    std::ostringstream out;
-    out << vd::toString(array.getType()) << ' ' << array.getDimensions()[0] << 'x'
-        << array.getDimensions()[1] << ':';
-    if (array.getType() == vd::ArrayType::VELTRA_STRING) {
-        for (const auto& text : stringsOf(array)) {
-            out << ' ' << text.value_or("<missing>");
-        }
-        return out.str();
-    }
-    vd::visit(array, [&](const auto& view) {
-        if constexpr (requires { out << +*view.begin(); }) {
-            for (const auto& value : view) {
-                out << ' ' << +value;
-            }
-        }
-    });
-    return out.str();
-}
 
 // One element result: the copied value, or its tag, with the str of the
 // object for "UnknownType".
@@ -102,14 +70,6 @@ class DataFrames : public ::testing::Test {
         }
         return shown;
     }
-    static std::string failureOf(const std::string& command, const std::string& expression) {
-        try {
-            call(command, {addressArray(eval(expression))});
-        } catch (const std::exception& failure) {
-            return failure.what();
-        }
-        return "no failure";
-    }
 };
 
 }  // namespace
@@ -142,7 +102,7 @@ TEST_F(DataFrames, NumbersAndTruthValuesKeepTheirTypeAndEveryMissingValueIsMarke
     EXPECT_FALSE(errorOccurred());
 
     // A type the host has none for is refused, not rounded.
-    EXPECT_EQ(failureOf("pyDataFrameGetData", "pandas.DataFrame({'q': numpy.array([1j], 'c32')})"),
+    EXPECT_EQ(failureOf([] { frameData("pandas.DataFrame({'q': numpy.array([1j], 'c32')})"); }),
               "A column of dtype complex256 has no host numeric type.");
     call("pyErrorClear");
 }
@@ -241,7 +201,7 @@ TEST_F(DataFrames, LabelsIndexesAndSeries) {
               (Strings{"int64||INT64 0x1:", "float64||DOUBLE 0x1:"}));
 
     // Anything else fails on the default road, with the error set.
-    EXPECT_EQ(failureOf("pyDataFrameTimetableGetData", "[1, 2]"),
+    EXPECT_EQ(failureOf([] { timetable("[1, 2]"); }),
               "TypeError: a pandas DataFrame or Series is needed, not list");
     EXPECT_TRUE(errorOccurred());
     call("pyErrorClear");

@@ -1,6 +1,7 @@
 // Hand-offs between the callers and the Python thread, which spin briefly
 // before they sleep: bursts and pauses of random length from many threads up
-// to pyClose, and Python threads of user code during a burst.
+// to pyClose, each caller getting its own replies and stored exceptions, and
+// Python threads of user code during a burst.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,10 +21,6 @@ const char* const kDiscard = "vx_discard_token_for_oop_python";
 
 bool isDiscard(const vd::Array& reply) {
     return reply.getType() == vd::ArrayType::CHAR && textOf(reply) == kDiscard;
-}
-
-std::int64_t int64Of(const vd::Array& reply) {
-    return vd::TypedArray<std::int64_t>(reply)[0];
 }
 
 // A pause of random length: none, shorter than the spin limits, about as
@@ -64,8 +61,17 @@ TEST(HandOff, ManyCallersWithBurstsAndPausesEachGetTheirOwnRepliesUpToTheClose) 
                     }
                     const vd::Array read = send("pyLongGetDataInt64", {created});
                     const vd::Array released = send("Release", {created});
-                    wrong += !isDiscard(read) && int64Of(read) != value;
+                    wrong += !isDiscard(read) && valueOf<std::int64_t>(read) != value;
                     wrong += !isDiscard(released) && textOf(released) != "success";
+                    // A stored exception reaches its own caller too.
+                    const std::string name = "NoSuch_" + std::to_string(value);
+                    try {
+                        discards.push_back(isDiscard(call(name)));
+                        wrong += !discards.back();
+                    } catch (const std::invalid_argument& failure) {
+                        discards.push_back(false);
+                        wrong += failure.what() != "Unknown command '" + name + "'.";
+                    }
                 }
                 randomPause(random);
             }
@@ -94,12 +100,7 @@ TEST(HandOff, PythonThreadsOfUserCodeRunDuringABurst) {
         "        ticks[0] += 1\n"
         "        time.sleep(0.0005)\n"
         "threading.Thread(target=tick, daemon=True).start()");
-    const auto ticks = [] {
-        const Address count = eval("ticks[0]");
-        const std::int64_t value = int64Of(call("pyLongGetDataInt64", {addressArray(count)}));
-        release(count);
-        return value;
-    };
+    const auto ticks = [] { return integer("ticks[0]"); };
     // Idle host: the Python thread sleeps without the GIL.
     const std::int64_t before = ticks();
     std::this_thread::sleep_for(200ms);

@@ -1,6 +1,7 @@
 // Host arrays as Python values, by type and shape: scalars, array.array
 // copies for vectors, buffer objects over the host's storage otherwise,
 // text, cells and plain structs, the refused types, and pyCreateNumericArray.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <complex>
@@ -59,7 +60,7 @@ TEST_F(HostValues, OneElementIsAScalarVectorsAreArrayArraysTheRestBuffers) {
     vd::Array row = numbers({1, 3});
     exec("def change(x):\n    x[0] = 99.0\n    return x.tolist()\n");
     EXPECT_EQ(replyText(invokeFastInput(eval("change"), {row})), "[99.0, 2.0, 3.0]");
-    EXPECT_EQ(static_cast<double>(vd::TypedArray<double>(row)[0]), 1.0);
+    EXPECT_EQ(valueOf<double>(row), 1.0);
 
     vd::Array matrix = numbers({2, 3});
     exec("def where(x):\n    a = numpy.asarray(x)\n    return (a[1, 0], a.ctypes.data)\n");
@@ -121,19 +122,16 @@ TEST_F(HostValues, CreateNumericArrayTakesWholeItemsWithinPlainData) {
     };
     EXPECT_EQ(create(16, 'd', numbers({3, 1})), "array('d', [1.0, 2.0])");
     EXPECT_EQ(create(4, 'i', f.createArray<std::uint8_t>({1, 4})), "array('i', [0])");
-    auto failure = [&](std::uint64_t bytes, char code, const vd::Array& data) {
-        try {
-            create(bytes, code, data);
-        } catch (const std::exception& e) {
-            return std::string(e.what());
-        }
-        return std::string("no failure");
+    const std::tuple<std::uint64_t, char, vd::Array, const char*> refused[] = {
+        {32, 'd', numbers({1, 3}), "within the data"},
+        {6, 'i', numbers({1, 3}), "whole number"},
+        {1, 'x', numbers({1, 3}), "type code"},
+        {0, 'd', cellOf({}), "not CELL"},
+        {8, 'd', f.createArray(vd::ArrayType::SPARSE_LOGICAL, {2, 2}),
+         "Unknown DataType field in veltra::data::Array."},
     };
-    EXPECT_NE(failure(32, 'd', numbers({1, 3})).find("within the data"), std::string::npos);
-    EXPECT_NE(failure(6, 'i', numbers({1, 3})).find("whole number"), std::string::npos);
-    EXPECT_NE(failure(1, 'x', numbers({1, 3})).find("type code"), std::string::npos);
-    EXPECT_NE(failure(0, 'd', cellOf({})).find("not CELL"), std::string::npos);
-    EXPECT_EQ(failure(8, 'd', f.createArray(vd::ArrayType::SPARSE_LOGICAL, {2, 2})),
-              "Unknown DataType field in veltra::data::Array.");
+    for (const auto& [bytes, code, data, message] : refused) {
+        EXPECT_THAT(failureOf([&] { create(bytes, code, data); }), ::testing::HasSubstr(message));
+    }
     EXPECT_FALSE(errorOccurred());
 }

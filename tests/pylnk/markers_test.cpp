@@ -17,29 +17,10 @@ class Markers : public ::testing::Test {
         exec("import math, numpy, pandas, sys\n");
     }
     vd::ArrayFactory f;
-
-    vd::Array strings(const std::vector<const char*>& items) {  // nullptr: missing
-        vd::TypedArray<vd::VELTRAString> a = f.createArray<vd::VELTRAString>({1, items.size()});
-        for (size_t k = 0; k < items.size(); ++k) {
-            if (items[k] != nullptr) {
-                a[k] = std::string(items[k]);
-            }
-        }
-        return a;
+    static vd::Array one(const std::string& marker, const vd::Array& value) {
+        return structOf({{marker, value}});
     }
-    template <class T>
-    vd::Array row(const std::vector<T>& values) {
-        return f.createArray<T>({1, values.size()}, values.begin(), values.end());
-    }
-    vd::Array one(const std::string& field, vd::Array value) { return structOf({{field, value}}); }
     vd::Array absent() { return f.createCharArray(std::string()); }
-    // An array of dates or durations with the host's shape.
-    vd::Array shaped(const std::string& marker, const std::string& field, vd::Array values,
-                     const std::vector<std::uint64_t>& dims) {
-        return one(marker, structOf({{field, values},
-                                     {"ndims", f.createScalar(std::uint64_t{dims.size()})},
-                                     {"dims", row(dims)}}));
-    }
 };
 
 }  // namespace
@@ -53,12 +34,12 @@ TEST_F(Markers, ObjectsByAddressMissingStringsAndTheOrderOfTheSearch) {
     EXPECT_EQ(seen("repr(x)", one("VX_PylnkSP_MissingString", absent())), "None");
     // The first marker in the fixed order decides, whatever the field order.
     EXPECT_EQ(seen("type(x).__name__", structOf({{"VX_PylnkSP_Datetime", row<double>({0})},
-                                                 {"VX_PylnkSP_StringArray", strings({"s"})}})),
+                                                 {"VX_PylnkSP_StringArray", stringRow({"s"})}})),
               "Series");
 }
 
 TEST_F(Markers, StringsCategoricalsDatesAndDurations) {
-    const vd::Array withMissing = strings({"a", nullptr, "b"});
+    const vd::Array withMissing = stringRow({"a", nullptr, "b"});
     EXPECT_EQ(seen("(str(x.dtype), x.isna().tolist())", one("VX_PylnkSP_StringArray", withMissing)),
               "('string', [False, True, False])");
     EXPECT_EQ(seen("(list(x.categories), x.isna().tolist())",
@@ -79,15 +60,21 @@ TEST_F(Markers, StringsCategoricalsDatesAndDurations) {
     EXPECT_FALSE(errorOccurred()) << "the report consumed the error";
 
     // NumPy element (i, j) is host element (i, j).
-    const vd::Array dates = shaped(
+    const vd::Array dates = shapedMarker(
         "VX_PylnkSP_DatetimeArray", "datetimeStr",
-        strings({"2024-01-01", "2024-01-02", "NaT", "2024-01-04", nullptr, "2024-01-06"}), {2, 3});
+        stringRow({"2024-01-01", "2024-01-02", "NaT", "2024-01-04", nullptr, "2024-01-06"}),
+        {2, 3});
     EXPECT_EQ(seen("(str(x[1, 0]), numpy.isnat(x).tolist())", dates),
               "('2024-01-02', [[False, True, True], [False, False, False]])");
-    const vd::Array durations = shaped("VX_PylnkSP_DurationArray", "duration",
-                                       row<double>({1, 2, std::nan(""), 4}), {2, 2});
+    const vd::Array durations = shapedMarker("VX_PylnkSP_DurationArray", "duration",
+                                             row<double>({1, 2, std::nan(""), 4}), {2, 2});
     EXPECT_EQ(seen("(x.dtype.str, x[1, 0].item(), numpy.isnat(x[0, 1]))", durations),
               "('<m8[ms]', datetime.timedelta(microseconds=2000), True)");
+    EXPECT_EQ(
+        seen("(x.dtype.str, x[0, 0].item())",
+             shapedMarker("VX_PylnkSP_DurationArray", "duration", row<double>({0.5, 1}), {1, 2})),
+        "('<m8[us]', datetime.timedelta(microseconds=500))")
+        << "the finest unit the values need";
 }
 
 TEST_F(Markers, DictionariesSlicesAndFunctionHandles) {
@@ -126,9 +113,9 @@ TEST_F(Markers, EmptyTablesAndImportFailuresWithTheirFixedIdentifiers) {
     const vd::Array emptyTable = one("VX_PylnkSP_MissingVELTRATable", absent());
     EXPECT_EQ(seen("(type(x).__name__, x.shape)", emptyTable), "('DataFrame', (0, 0))");
     const std::vector<vd::Array> needing = {
-        one("VX_PylnkSP_CategoricalArray", strings({"a"})), emptyTable,
-        shaped("VX_PylnkSP_DatetimeArray", "datetimeStr", strings({}), {0}),
-        shaped("VX_PylnkSP_DurationArray", "duration", row<double>({}), {0})};
+        one("VX_PylnkSP_CategoricalArray", stringRow({"a"})), emptyTable,
+        shapedMarker("VX_PylnkSP_DatetimeArray", "datetimeStr", stringRow({}), {0}),
+        shapedMarker("VX_PylnkSP_DurationArray", "duration", row<double>({}), {0})};
     // A module set to None in sys.modules cannot be imported.
     exec(
         "saved = sys.modules['pandas'], sys.modules['numpy']\n"

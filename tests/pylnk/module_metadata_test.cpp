@@ -17,6 +17,7 @@ using namespace vxtest;
 namespace {
 
 using Strings = std::vector<std::optional<std::string>>;
+using Names = std::vector<std::string>;
 
 const char* const kModuleSource =
     "'Replaced below.'\n"
@@ -57,31 +58,9 @@ class ModuleMetadata : public ::testing::Test {
     std::filesystem::path folder_;
 };
 
-std::vector<std::string> namesOf(const vd::Array& row) {
-    std::vector<std::string> names;
-    for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
-        names.push_back(textOf(field(row, "name", i)));
-    }
-    return names;
-}
-
-bool has(const vd::Array& row, const std::string& name) {
-    const std::vector<std::string> names = namesOf(row);
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-size_t entryNamed(const vd::Array& row, const std::string& name) {
-    const std::vector<std::string> names = namesOf(row);
-    const auto found = std::find(names.begin(), names.end(), name);
-    if (found == names.end()) {
-        throw std::out_of_range("no entry named " + name);
-    }
-    return static_cast<size_t>(found - names.begin());
-}
-
 bool listed(const vd::Array& metadata, const std::string& name) {
     for (const char* list : {"classes", "packageFunctions", "getterFunctions", "aliases"}) {
-        if (has(field(metadata, list), name)) {
+        if (entryNamed(field(metadata, list), name)) {
             return true;
         }
     }
@@ -92,36 +71,25 @@ bool listed(const vd::Array& metadata, const std::string& name) {
 // classes and their members and operators.
 std::set<Address> retainedBy(const vd::Array& metadata) {
     std::set<Address> addresses{addressOf(field(metadata, "objectAddress"))};
-    const auto collect = [&](const vd::Array& row) {
-        for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
-            addresses.insert(addressOf(field(row, "objectAddress", i)));
-        }
-    };
-    collect(field(metadata, "packageFunctions"));
-    collect(field(metadata, "getterFunctions"));
-    collect(field(metadata, "aliases"));
     const vd::Array classes = field(metadata, "classes");
-    collect(classes);
+    std::vector<vd::Array> rows{field(metadata, "packageFunctions"),
+                                field(metadata, "getterFunctions"), field(metadata, "aliases"),
+                                classes};
     for (size_t i = 0; i < classes.getNumberOfElements(); ++i) {
-        collect(field(classes, "methods", i));
-        collect(field(classes, "operators", i));
+        rows.push_back(field(classes, "methods", i));
+        rows.push_back(field(classes, "operators", i));
+    }
+    for (const vd::Array& row : rows) {
+        for (Address address : addressesOf(row)) {
+            addresses.insert(address);
+        }
     }
     return addresses;
 }
 
-// sys.getrefcount counted in Python, so that the counting holds no registry
-// reference.
-std::int64_t pythonRefcount(const std::string& expression) {
-    const Address n = eval("__import__('sys').getrefcount(" + expression + ")");
-    const auto value = static_cast<std::int64_t>(
-        vd::TypedArray<std::int64_t>(call("pyLongGetDataInt64", {addressArray(n)}))[0]);
-    release(n);
-    return value;
-}
-
-const std::vector<std::string> kModuleFields{"objectAddress",   "name",    "moduleName",
-                                             "docstring",       "classes", "packageFunctions",
-                                             "getterFunctions", "aliases", "argTypes"};
+const Names kModuleFields{"objectAddress",   "name",    "moduleName",
+                          "docstring",       "classes", "packageFunctions",
+                          "getterFunctions", "aliases", "argTypes"};
 
 }  // namespace
 
@@ -143,9 +111,9 @@ TEST_F(ModuleMetadata, StartUpDescribedFiveModules) {
 
     const vd::Array builtins = metadataOf(eval("builtins"));
     EXPECT_EQ(fieldNames(builtins), kModuleFields);
-    EXPECT_TRUE(has(field(builtins, "classes"), "int"));
+    EXPECT_TRUE(entryNamed(field(builtins, "classes"), "int"));
     const vd::Array functions = field(builtins, "packageFunctions");
-    EXPECT_EQ(field(functions, "argTypes", entryNamed(functions, "len")).getDimensions(),
+    EXPECT_EQ(field(functions, "argTypes", entryNamed(functions, "len").value()).getDimensions(),
               (std::vector<size_t>{1, 0}));
     EXPECT_FALSE(errorOccurred());
 }
@@ -155,71 +123,69 @@ TEST_F(ModuleMetadata, SortsTheEntriesOfAModule) {
     const vd::Array metadata = metadataOf(module);
     EXPECT_EQ(fieldNames(metadata), kModuleFields);
     EXPECT_EQ(addressOf(field(metadata, "objectAddress")), module);
-    EXPECT_EQ(textOf(field(metadata, "name")), "vx_described");
-    EXPECT_EQ(field(metadata, "docstring").getType(), vd::ArrayType::CHAR) << "__doc__ = None";
-    EXPECT_TRUE(field(metadata, "docstring").isEmpty());
+    EXPECT_EQ(shown(metadata, {"name", "docstring"}), "CHAR 1x12: vx_described | CHAR 1x0:")
+        << "__doc__ = None";
 
     // Dictionary order in each list; imported modules and the two entries
     // that describe the module itself are in none.
     const vd::Array functions = field(metadata, "packageFunctions");
-    EXPECT_EQ(namesOf(functions), (std::vector<std::string>{"OrderedDict", "sqrt", "Alias", "f"}));
-    EXPECT_EQ(fieldNames(functions), kModuleFields);
     const vd::Array aliases = field(metadata, "aliases");
-    EXPECT_EQ(namesOf(aliases), (std::vector<std::string>{"OrderedDict", "Alias"}));
-    EXPECT_EQ(fieldNames(aliases), (std::vector<std::string>{"objectAddress", "name", "moduleName",
-                                                             "docstring", "bases"}));
     const vd::Array classes = field(metadata, "classes");
-    EXPECT_EQ(namesOf(classes), (std::vector<std::string>{"MyClass"}));
     const vd::Array getters = field(metadata, "getterFunctions");
+    EXPECT_EQ(namesOf(functions), (Names{"OrderedDict", "sqrt", "Alias", "f"}));
+    EXPECT_EQ(namesOf(aliases), (Names{"OrderedDict", "Alias"}));
+    EXPECT_EQ(namesOf(classes), (Names{"MyClass"}));
+    EXPECT_EQ(fieldNames(functions), kModuleFields);
+    EXPECT_EQ(fieldNames(aliases),
+              (Names{"objectAddress", "name", "moduleName", "docstring", "bases"}));
     for (const char* name : {"os", "__name__", "__doc__"}) {
         EXPECT_FALSE(listed(metadata, name)) << name;
     }
     for (const char* name : {"x", "__file__", "__spec__"}) {
-        EXPECT_TRUE(has(getters, name)) << name;
+        EXPECT_TRUE(entryNamed(getters, name)) << name;
     }
 
     // A class from elsewhere: callable, and an alias with its module.
-    EXPECT_EQ(textOf(field(aliases, "moduleName", 0)), "collections");
-    EXPECT_EQ(stringsOf(field(aliases, "bases", 0)), (Strings{"py.dict"}));
-    EXPECT_EQ(addressOf(field(aliases, "objectAddress", 0)),
-              addressOf(field(functions, "objectAddress", 0)));
-    EXPECT_FALSE(textOf(field(aliases, "docstring", 0)).empty());
+    EXPECT_EQ(shown(aliases, {"moduleName", "bases"}),
+              "CHAR 1x11: collections | VELTRA_STRING 1x1: py.dict");
+    EXPECT_EQ(addressOf(field(aliases, "objectAddress")),
+              addressOf(field(functions, "objectAddress")));
+    EXPECT_FALSE(textOf(field(aliases, "docstring")).empty());
     // The module's own class in full, and under a second name as an alias;
     // the class has one address.
     EXPECT_EQ(textOf(field(aliases, "moduleName", 1)), "vx_described");
-    EXPECT_EQ(textOf(field(classes, "docstring", 0)), "Mine.");
-    EXPECT_EQ(textOf(field(classes, "moduleName", 0)), "vx_described");
-    EXPECT_TRUE(has(field(classes, "methods", 0), "method"));
-    EXPECT_EQ(addressOf(field(classes, "objectAddress", 0)),
+    EXPECT_EQ(shown(classes, {"docstring", "moduleName"}),
+              "CHAR 1x5: Mine. | CHAR 1x12: vx_described");
+    EXPECT_TRUE(entryNamed(field(classes, "methods"), "method"));
+    EXPECT_EQ(addressOf(field(classes, "objectAddress")),
               addressOf(field(aliases, "objectAddress", 1)));
-    EXPECT_EQ(strOf(addressOf(field(classes, "objectAddress", 0))),
-              "<class 'vx_described.MyClass'>");
+    EXPECT_EQ(strOf(addressOf(field(classes, "objectAddress"))), "<class 'vx_described.MyClass'>");
 
     // Type names only for plain Python functions.
-    const size_t f = entryNamed(functions, "f");
-    EXPECT_EQ(textOf(field(functions, "docstring", f)), "Takes an int.");
-    vd::TypedArray<vd::Array> cells(field(functions, "argTypes", f));
-    ASSERT_EQ(cells.getNumberOfElements(), 1u);
-    EXPECT_EQ(stringsOf(cells[0]), (Strings{"int"}));
-    EXPECT_EQ(field(functions, "argTypes", entryNamed(functions, "sqrt")).getDimensions(),
-              (std::vector<size_t>{1, 0}));
-    EXPECT_EQ(field(getters, "argTypes", entryNamed(getters, "x")).getDimensions(),
-              (std::vector<size_t>{1, 0}));
-    EXPECT_EQ(strOf(addressOf(field(getters, "objectAddress", entryNamed(getters, "x")))), "1");
+    const size_t f = entryNamed(functions, "f").value();
+    EXPECT_EQ(shown(functions, {"docstring", "argTypes"}, f),
+              "CHAR 1x13: Takes an int. | CELL 1x1:");
+    EXPECT_EQ(stringsOf(valuesOf<vd::Array>(field(functions, "argTypes", f)).at(0)),
+              (Strings{"int"}));
+    EXPECT_EQ(show(field(functions, "argTypes", entryNamed(functions, "sqrt").value())),
+              "CELL 1x0:");
+    const size_t x = entryNamed(getters, "x").value();
+    EXPECT_EQ(show(field(getters, "argTypes", x)), "CELL 1x0:");
+    EXPECT_EQ(strOf(addressOf(field(getters, "objectAddress", x))), "1");
     EXPECT_FALSE(errorOccurred());
 }
 
 TEST_F(ModuleMetadata, ALibraryModule) {
     const vd::Array metadata = metadataOf(addressOf(call("pyCreateModule", {chars("fractions")})));
     const vd::Array classes = field(metadata, "classes");
-    ASSERT_EQ(namesOf(classes), (std::vector<std::string>{"Fraction"}));
-    EXPECT_EQ(stringsOf(field(classes, "bases")), (Strings{"py.numbers.Rational"}));
-    EXPECT_TRUE(has(field(classes, "methods"), "limit_denominator"));
-    EXPECT_TRUE(has(field(classes, "operators"), "plus"));
-    EXPECT_EQ(namesOf(field(metadata, "aliases")), (std::vector<std::string>{"Decimal"}));
+    ASSERT_EQ(namesOf(classes), (Names{"Fraction"}));
+    EXPECT_EQ(show(field(classes, "bases")), "VELTRA_STRING 1x1: py.numbers.Rational");
+    EXPECT_TRUE(entryNamed(field(classes, "methods"), "limit_denominator"));
+    EXPECT_TRUE(entryNamed(field(classes, "operators"), "plus"));
+    EXPECT_EQ(namesOf(field(metadata, "aliases")), (Names{"Decimal"}));
     EXPECT_EQ(textOf(field(field(metadata, "aliases"), "moduleName")), "decimal");
-    EXPECT_EQ(namesOf(field(metadata, "packageFunctions")), (std::vector<std::string>{"Decimal"}));
-    EXPECT_TRUE(has(field(metadata, "getterFunctions"), "__all__"));
+    EXPECT_EQ(namesOf(field(metadata, "packageFunctions")), (Names{"Decimal"}));
+    EXPECT_TRUE(entryNamed(field(metadata, "getterFunctions"), "__all__"));
     for (const char* imported : {"math", "numbers", "operator", "re", "sys"}) {
         EXPECT_FALSE(listed(metadata, imported)) << imported;
     }
@@ -248,10 +214,7 @@ TEST_F(ModuleMetadata, EveryRetainedAddressIsTheHostsToRelease) {
     const Address module = importDescribed();
     exec("import vx_described as m");
     const std::vector<std::string> probes{"m.MyClass", "m.f", "m.MyClass.__dict__['method']"};
-    std::vector<std::int64_t> before;
-    for (const std::string& probe : probes) {
-        before.push_back(pythonRefcount(probe));
-    }
+    const std::vector<long long> before = pythonRefcounts(probes);
     const std::set<Address> retained = retainedBy(metadataOf(module));
     // One registry reference for each function, however often it is listed;
     // the class is held by its bound classmethods too.
@@ -260,9 +223,7 @@ TEST_F(ModuleMetadata, EveryRetainedAddressIsTheHostsToRelease) {
     for (Address address : retained) {
         release(address);
     }
-    for (size_t i = 0; i < probes.size(); ++i) {
-        EXPECT_EQ(pythonRefcount(probes[i]), before[i]) << probes[i];
-    }
+    EXPECT_EQ(pythonRefcounts(probes), before);
 }
 
 TEST_F(ModuleMetadata, ObjectsWithoutANameAndFailedWalks) {
@@ -275,10 +236,8 @@ TEST_F(ModuleMetadata, ObjectsWithoutANameAndFailedWalks) {
         "del nameless.__name__\n");
     const Address nameless = eval("nameless");
     const vd::Array first = metadataOf(nameless);
-    EXPECT_EQ(field(first, "name").getType(), vd::ArrayType::CHAR);
-    EXPECT_TRUE(field(first, "name").isEmpty());
-    EXPECT_TRUE(field(first, "classes").isEmpty());
-    EXPECT_EQ(namesOf(field(first, "aliases")), (std::vector<std::string>{"Kept"}));
+    EXPECT_EQ(shown(first, {"name", "classes"}), "CHAR 1x0: | STRUCT 1x0:");
+    EXPECT_EQ(namesOf(field(first, "aliases")), (Names{"Kept"}));
     exec("nameless.z = 3");
     EXPECT_TRUE(listed(metadataOf(nameless), "z")) << "not cached";
 
@@ -286,7 +245,7 @@ TEST_F(ModuleMetadata, ObjectsWithoutANameAndFailedWalks) {
     exec("class Thing: pass\nthing = Thing()\nthing.a = 1");
     const vd::Array thing = metadataOf(eval("thing"));
     EXPECT_TRUE(field(thing, "name").isEmpty());
-    EXPECT_EQ(namesOf(field(thing, "getterFunctions")), (std::vector<std::string>{"a"}));
+    EXPECT_EQ(namesOf(field(thing, "getterFunctions")), (Names{"a"}));
     EXPECT_FALSE(errorOccurred());
 
     // A failed walk answers with a stored exception and leaves the Python
@@ -294,7 +253,7 @@ TEST_F(ModuleMetadata, ObjectsWithoutANameAndFailedWalks) {
     // address of the object stays.
     exec("plain = object()");
     const Address plain = eval("plain");
-    const std::int64_t plainBefore = pythonRefcount("plain");
+    const long long plainBefore = pythonRefcount("plain");
     EXPECT_THROW(metadataOf(plain), std::exception) << "no __dict__";
     EXPECT_TRUE(errorOccurred());
     call("pyErrorClear");
@@ -308,13 +267,12 @@ TEST_F(ModuleMetadata, ObjectsWithoutANameAndFailedWalks) {
         "broken = types.ModuleType('broken')\n"
         "exec('def g(): pass', broken.__dict__)\n"
         "broken.bad = NoClass()\n");
-    const std::int64_t gBefore = pythonRefcount("broken.g");
+    const long long gBefore = pythonRefcount("broken.g");
     EXPECT_THROW(metadataOf(eval("broken")), std::exception);
     EXPECT_TRUE(errorOccurred());
     call("pyErrorClear");
     EXPECT_EQ(pythonRefcount("broken.g"), gBefore) << "g was retained, then given back";
     exec("del broken.bad");
-    EXPECT_EQ(namesOf(field(metadataOf(eval("broken")), "packageFunctions")),
-              (std::vector<std::string>{"g"}))
+    EXPECT_EQ(namesOf(field(metadataOf(eval("broken")), "packageFunctions")), (Names{"g"}))
         << "the failed walk cached nothing";
 }

@@ -1,13 +1,14 @@
 // Start-up and shutdown: tokens, bad start requests, failed loads followed
 // by good ones, a failing preparation, repeated and concurrent starts,
 // pyClose and the discard of everything behind it.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <future>
 #include <thread>
 
 #include "service/feval_dispatcher.h"
-#include "support/session.h"
+#include "support/conversion.h"
 
 using namespace vxtest;
 
@@ -30,56 +31,39 @@ std::string start(const vd::Array& request) {
 
 }  // namespace
 
-TEST(Startup, TokenIsACharArrayAndRepeatedStartsAnswerAtOnce) {
-    vd::Array token = call("attemptToStartPython", {startRequest(systemPython(), moduleFolder())});
-    EXPECT_EQ(token.getType(), vd::ArrayType::CHAR);
-    EXPECT_EQ(textOf(token), kSuccess);
-    // A second start while running: the success token, no second consumer.
+// Concurrent starts are serialised, and a start while running answers at
+// once with the success token, starting no second consumer of the queue.
+TEST(Startup, ConcurrentAndRepeatedStartsAnswerTheSuccessToken) {
+    std::vector<std::future<vd::Array>> starts;
+    for (int i = 0; i < 6; ++i) {
+        starts.push_back(std::async(std::launch::async, [] {
+            return call("attemptToStartPython", {startRequest(systemPython(), moduleFolder())});
+        }));
+    }
+    for (auto& s : starts) {
+        EXPECT_EQ(show(s.get()), std::string("CHAR 1x31: ") + kSuccess);
+    }
     EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(textOf(call("Ping")), "success");
     }
 }
 
-TEST(Startup, ConcurrentStartsAreSerialised) {
-    std::vector<std::future<std::string>> starts;
-    for (int i = 0; i < 6; ++i) {
-        starts.push_back(std::async(std::launch::async, [] {
-            return start(startRequest(systemPython(), moduleFolder()));
-        }));
-    }
-    for (auto& s : starts) {
-        EXPECT_EQ(s.get(), kSuccess);
-    }
-    EXPECT_EQ(textOf(call("Ping")), "success");
-}
-
 TEST(Startup, BadRequestsAreRefusedClearlyAndAGoodStartFollows) {
     // No request, or not a struct at all.
     EXPECT_THROW(call("attemptToStartPython"), std::invalid_argument);
     EXPECT_THROW(start(chars("python")), std::invalid_argument);
-    // A missing field: the message names it.
-    {
-        vd::ArrayFactory f;
-        vd::StructArray partial = f.createStructArray(
-            {1, 1}, {"executable", "library", "home", "path", "qlbuffer_location"});
-        for (const char* field : {"executable", "library", "home", "path", "qlbuffer_location"}) {
-            partial[0][field] = chars("");
-        }
-        try {
-            start(partial);
-            ADD_FAILURE() << "a request without version was answered";
-        } catch (const std::invalid_argument& e) {
-            EXPECT_NE(std::string(e.what()).find("\"version\""), std::string::npos) << e.what();
-        }
-    }
-    // A field of the wrong type: named too.
-    try {
-        start(withField("home", vd::ArrayFactory().createScalar(1.0)));
-        ADD_FAILURE() << "a numeric home was accepted";
-    } catch (const std::invalid_argument& e) {
-        EXPECT_NE(std::string(e.what()).find("\"home\""), std::string::npos) << e.what();
-    }
+    // A missing field, or one of the wrong type: the message names it.
+    const vd::Array partial = structOf({{"executable", chars("")},
+                                        {"library", chars("")},
+                                        {"home", chars("")},
+                                        {"path", chars("")},
+                                        {"qlbuffer_location", chars("")}});
+    EXPECT_THAT(failureOf<std::invalid_argument>([&] { start(partial); }),
+                ::testing::HasSubstr("\"version\""));
+    EXPECT_THAT(failureOf<std::invalid_argument>(
+                    [] { start(withField("home", vd::ArrayFactory().createScalar(1.0))); }),
+                ::testing::HasSubstr("\"home\""));
     EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
 }
 
@@ -98,12 +82,9 @@ TEST(Startup, FailedLoadsGiveTheEmptyTokenAndLeaveTheWorkerAbleToStart) {
 TEST(Startup, FailedPreparationNamesTheStepAndALaterStartPreparesAgain) {
     // A module folder without libvxbuffer: the interpreter loads, the
     // preparation stops at the import.
-    try {
-        start(startRequest(systemPython(), "/tmp/lnxgen64-without-modules"));
-        ADD_FAILURE() << "the start succeeded without libvxbuffer";
-    } catch (const std::exception& e) {
-        EXPECT_NE(std::string(e.what()).find("libvxbuffer"), std::string::npos) << e.what();
-    }
+    EXPECT_THAT(failureOf<std::runtime_error>(
+                    [] { start(startRequest(systemPython(), "/tmp/lnxgen64-without-modules")); }),
+                ::testing::HasSubstr("libvxbuffer"));
     // The thread serves the queue: nothing hangs.
     EXPECT_EQ(textOf(call("Ping")), "success");
     EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
@@ -112,9 +93,7 @@ TEST(Startup, FailedPreparationNamesTheStepAndALaterStartPreparesAgain) {
 
 TEST(Startup, CloseAnswersSuccessAndEverythingBehindItIsDiscarded) {
     startSystemPython();
-    vd::Array closed = call("pyClose");
-    EXPECT_EQ(closed.getType(), vd::ArrayType::VELTRA_STRING);
-    EXPECT_EQ(textOf(closed), "success");
+    EXPECT_EQ(show(call("pyClose")), "VELTRA_STRING 1x1: success");
     for (const char* name : {"Ping", "pyClose", "NoSuchCommand", "ClearMetadataMap"}) {
         EXPECT_EQ(textOf(call(name)), kDiscard) << name;
     }

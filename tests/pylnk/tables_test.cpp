@@ -30,15 +30,6 @@ class Tables : public ::testing::Test {
     vd::Array column(const std::vector<T>& values, size_t columns = 1) {
         return f.createArray<T>({values.size() / columns, columns}, values.begin(), values.end());
     }
-    vd::Array strings(const std::vector<const char*>& items, const char* marker) {
-        vd::TypedArray<vd::VELTRAString> a = f.createArray<vd::VELTRAString>({1, items.size()});
-        for (size_t k = 0; k < items.size(); ++k) {
-            if (items[k] != nullptr) {
-                a[k] = std::string(items[k]);
-            }
-        }
-        return structOf({{marker, a}});
-    }
 };
 
 }  // namespace
@@ -48,21 +39,23 @@ TEST_F(Tables, LabelsComeFromVariableNamesAndRowNamesBecomeTheIndex) {
         {{"x", column<double>({1.5, 2.5})}, {"n", column<std::int32_t>({1, 2})}}, {"a b", "n"});
     EXPECT_EQ(seen("(x.columns.tolist(), x.index.tolist(), x.dtypes.astype(str).tolist())", plain),
               "(['a b', 'n'], [0, 1], ['float64', 'int32'])");
-    const vd::Array named = table(
-        {{"Row", strings({"r1", "r2"}, "VX_PylnkSP_StringArray")}, {"v", column<double>({10, 20})}},
-        {"Row name", "v"}, "Row name");
+    const vd::Array named =
+        table({{"Row", structOf({{"VX_PylnkSP_StringArray", stringRow({"r1", "r2"})}})},
+               {"v", column<double>({10, 20})}},
+              {"Row name", "v"}, "Row name");
     EXPECT_EQ(seen("(x.index.name, x.index.tolist(), x.columns.tolist(), x.loc['r2', 'v'])", named),
               "('Row name', ['r1', 'r2'], ['v'], 20.0)")
         << "dimensionRow names the column by its label, not its field name";
 }
 
 TEST_F(Tables, EveryKindOfColumnReachesItsSeriesFlat) {
-    const vd::Array frame = table({{"l", column<bool>({true, false})},
-                                   {"c", column<std::complex<double>>({{1, 2}, {3, -4}})},
-                                   {"s", strings({"a", nullptr}, "VX_PylnkSP_StringArray")},
-                                   {"k", strings({"a", nullptr}, "VX_PylnkSP_CategoricalArray")},
-                                   {"o", cellOf({chars("p"), f.createScalar(1.0)})}},
-                                  {"l", "c", "s", "k", "o"});
+    const vd::Array frame =
+        table({{"l", column<bool>({true, false})},
+               {"c", column<std::complex<double>>({{1, 2}, {3, -4}})},
+               {"s", structOf({{"VX_PylnkSP_StringArray", stringRow({"a", nullptr})}})},
+               {"k", structOf({{"VX_PylnkSP_CategoricalArray", stringRow({"a", nullptr})}})},
+               {"o", cellOf({chars("p"), f.createScalar(1.0)})}},
+              {"l", "c", "s", "k", "o"});
     EXPECT_EQ(seen("(x.dtypes.astype(str).tolist(), x['s'].isna().tolist(), "
                    "x['k'].isna().tolist(), x['c'][1], x['o'].tolist())",
                    frame),

@@ -3,10 +3,7 @@
 // skipped, not failed.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 
 #include "support/session.h"
 
@@ -14,27 +11,14 @@ using namespace vxtest;
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string output;
-};
-
 std::string quoted(const std::string& s) {
     return "'" + s + "'";
 }
 
-Outcome runSession(const PythonInstall& python) {
-    const std::string command = quoted(VX_SESSION_CHECK) + " " + quoted(python.executable) + " " +
-                                quoted(python.library) + " " + quoted(python.home) + " " +
-                                quoted(python.version) + " " + quoted(moduleFolder()) + " 2>&1";
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string output;
-    std::array<char, 512> chunk{};
-    while (fgets(chunk.data(), chunk.size(), pipe.get()) != nullptr) {
-        output += chunk.data();
-    }
-    FILE* raw = pipe.release();
-    return {pclose(raw), output};
+CommandRun runSession(const PythonInstall& python) {
+    return runCommand(quoted(VX_SESSION_CHECK) + " " + quoted(python.executable) + " " +
+                      quoted(python.library) + " " + quoted(python.home) + " " +
+                      quoted(python.version) + " " + quoted(moduleFolder()) + " 2>&1");
 }
 
 std::string pyenvPython(const std::string& minor) {
@@ -63,7 +47,7 @@ TEST_P(VersionMatrix, StartsPingsAndCloses) {
     if (!python || !std::filesystem::exists(python->library)) {
         GTEST_SKIP() << "CPython " << GetParam() << " with a shared library is not on this machine";
     }
-    const Outcome outcome = runSession(*python);
+    const CommandRun outcome = runSession(*python);
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     EXPECT_NE(outcome.output.find("libvxbuffer.__file__: " + moduleFolder()), std::string::npos)
         << outcome.output;
@@ -79,7 +63,7 @@ INSTANTIATE_TEST_SUITE_P(Pyenv, VersionMatrix,
                          });
 
 TEST(VersionMatrixSystem, DebianPythonAndAVirtualEnvironment) {
-    Outcome system = runSession(systemPython());
+    CommandRun system = runSession(systemPython());
     EXPECT_EQ(system.status, 0) << system.output;
 
     namespace fs = std::filesystem;
@@ -89,7 +73,7 @@ TEST(VersionMatrixSystem, DebianPythonAndAVirtualEnvironment) {
     std::optional<PythonInstall> inVenv = describePython((venv / "bin" / "python").string());
     ASSERT_TRUE(inVenv);
     EXPECT_EQ(inVenv->executable, (venv / "bin" / "python").string());
-    Outcome venvRun = runSession(*inVenv);
+    CommandRun venvRun = runSession(*inVenv);
     EXPECT_EQ(venvRun.status, 0) << venvRun.output;
     // The interpreter read the environment's pyvenv.cfg beside its executable.
     EXPECT_NE(venvRun.output.find("sys.prefix: " + venv.string() + "\n"), std::string::npos)

@@ -23,6 +23,19 @@ inline vd::Array structOf(const std::vector<std::pair<std::string, vd::Array>>& 
     return result;
 }
 
+// The marker of an object the host holds by its address.
+inline vd::Array byAddress(Address object) {
+    return structOf({{"VX_PylnkSP_PyObjectAddress", uint64Array(object)}});
+}
+
+// A marker of an array of dates or durations in the host's shape.
+inline vd::Array shapedMarker(const std::string& marker, const std::string& field,
+                              const vd::Array& values, const std::vector<std::uint64_t>& dims) {
+    return structOf(
+        {{marker,
+          structOf({{field, values}, {"ndims", uint64Array(dims.size())}, {"dims", row(dims)}})}});
+}
+
 inline vd::Array cellOf(const std::vector<vd::Array>& elements) {
     return vd::ArrayFactory().createCellArray({1, elements.size()}, elements);
 }
@@ -50,10 +63,8 @@ inline std::string replyText(const vd::Array& reply) {
         return reply.isEmpty() ? "refused" : "unexpected reply";
     }
     const Address object = addressOf(field(reply, "object"));
-    const std::string text = fieldNames(reply).front() == "exceptionName"
-                                 ? textOf(field(reply, "exceptionName")) + ": " +
-                                       textOf(field(reply, "exceptionMessage"))
-                                 : strOf(object);
+    const std::string text =
+        fieldNames(reply).front() == "exceptionName" ? reportOf(reply) : strOf(object);
     release(object);
     return text;
 }

@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
-#include <memory>
 #include <sstream>
 
 #include "service/feval_dispatcher.h"
@@ -18,16 +19,20 @@ vd::Array call(const std::string& name, std::vector<vd::Array> args) {
     return plhs[0];
 }
 
+namespace {
+
+std::string narrow(const std::u16string& text) {
+    return vd::CharArray(vd::ArrayFactory().createCharArray(text)).toAscii();
+}
+
+}  // namespace
+
 std::string textOf(const vd::Array& value) {
     if (value.getType() == vd::ArrayType::CHAR) {
         return vd::CharArray(value).toAscii();
     }
-    vd::TypedArray<vd::VELTRAString> strings(value);
-    vd::VELTRAString element = strings[0];
-    if (!element) {
-        return "<missing>";
-    }
-    return vd::CharArray(vd::ArrayFactory().createCharArray(*element)).toAscii();
+    const vd::VELTRAString element = vd::TypedArray<vd::VELTRAString>(value)[0];
+    return element ? narrow(*element) : "<missing>";
 }
 
 vd::Array field(const vd::Array& structArray, const std::string& name, size_t index) {
@@ -44,27 +49,114 @@ std::vector<std::string> fieldNames(const vd::Array& structArray) {
 }
 
 std::vector<std::optional<std::string>> stringsOf(const vd::Array& strings) {
-    vd::TypedArray<vd::VELTRAString> view(strings);
     std::vector<std::optional<std::string>> values;
-    for (size_t k = 0; k < view.getNumberOfElements(); ++k) {
-        vd::VELTRAString element = view[k];
-        if (element) {
-            values.emplace_back(
-                vd::CharArray(vd::ArrayFactory().createCharArray(*element)).toAscii());
-        } else {
-            values.emplace_back(std::nullopt);
-        }
+    for (const vd::VELTRAString& element : valuesOf<vd::VELTRAString>(strings)) {
+        values.push_back(element ? std::optional(narrow(*element)) : std::nullopt);
     }
     return values;
 }
 
-std::vector<bool> logicalsOf(const vd::Array& logicals) {
-    vd::TypedArray<bool> view(logicals);
-    std::vector<bool> values;
-    for (size_t k = 0; k < view.getNumberOfElements(); ++k) {
-        values.push_back(view[k]);
+std::vector<std::string> namesOf(const vd::Array& row) {
+    std::vector<std::string> names;
+    for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
+        names.push_back(textOf(field(row, "name", i)));
     }
-    return values;
+    return names;
+}
+
+std::optional<size_t> entryNamed(const vd::Array& row, const std::string& name) {
+    const std::vector<std::string> names = namesOf(row);
+    const auto found = std::find(names.begin(), names.end(), name);
+    return found == names.end() ? std::nullopt : std::optional<size_t>(found - names.begin());
+}
+
+std::vector<std::uint64_t> addressesOf(const vd::Array& row) {
+    std::vector<std::uint64_t> addresses;
+    for (size_t i = 0; i < row.getNumberOfElements(); ++i) {
+        addresses.push_back(addressOf(field(row, "objectAddress", i)));
+    }
+    return addresses;
+}
+
+std::string reportOf(const vd::Array& reply) {
+    return textOf(field(reply, "exceptionName")) + ": " + textOf(field(reply, "exceptionMessage"));
+}
+
+namespace {
+
+template <class T>
+std::string number(T value) {
+    if constexpr (requires { value.imag(); }) {
+        return "(" + number(value.real()) + "," + number(value.imag()) + ")";
+    } else if constexpr (std::is_same_v<T, bool>) {
+        return value ? "1" : "0";
+    } else {
+        std::array<char, 64> text{};
+        return std::string(text.data(), std::to_chars(text.begin(), text.end(), value).ptr);
+    }
+}
+
+}  // namespace
+
+std::string show(const vd::Array& array) {
+    std::string text = vd::toString(array.getType());
+    for (size_t k = 0; k < array.getDimensions().size(); ++k) {
+        text += (k == 0 ? " " : "x") + std::to_string(array.getDimensions()[k]);
+    }
+    text += ':';
+    if (array.getType() == vd::ArrayType::CHAR) {
+        const std::string chars = vd::CharArray(array).toAscii();
+        return chars.empty() ? text : text + " " + chars;
+    }
+    if (array.getType() == vd::ArrayType::VELTRA_STRING) {
+        for (const auto& element : stringsOf(array)) {
+            text += " " + element.value_or("<missing>");
+        }
+        return text;
+    }
+    vd::visit(array, [&](const auto& view) {
+        using T = std::remove_const_t<typename std::decay_t<decltype(view)>::element_type>;
+        if constexpr (std::is_arithmetic_v<T> || requires(T value) { value.imag(); }) {
+            for (T value : view) {
+                text += " " + number(value);
+            }
+        }
+    });
+    return text;
+}
+
+std::string shown(const vd::Array& structArray, const std::vector<std::string>& names,
+                  size_t index) {
+    std::string text;
+    for (const std::string& name : names) {
+        text += (text.empty() ? "" : " | ") + show(field(structArray, name, index));
+    }
+    return text;
+}
+
+vd::Array stringRow(const std::vector<const char*>& items) {
+    vd::TypedArray<vd::VELTRAString> strings =
+        vd::ArrayFactory().createArray<vd::VELTRAString>({1, items.size()});
+    for (size_t k = 0; k < items.size(); ++k) {
+        if (items[k] != nullptr) {
+            strings[k] = std::string(items[k]);
+        }
+    }
+    return strings;
+}
+
+CommandRun runCommand(const std::string& command) {
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return {-1, ""};
+    }
+    CommandRun run{0, ""};
+    std::array<char, 512> chunk{};
+    while (fgets(chunk.data(), chunk.size(), pipe) != nullptr) {
+        run.output += chunk.data();
+    }
+    run.status = pclose(pipe);
+    return run;
 }
 
 std::optional<PythonInstall> describePython(const std::string& executable) {
@@ -76,16 +168,7 @@ std::optional<PythonInstall> describePython(const std::string& executable) {
         "venv = sys.prefix != sys.base_prefix\n"
         "print(sys.executable)\nprint(lib)\nprint('' if venv else sys.base_prefix)\n"
         "print('%d.%d' % sys.version_info[:2])\" 2>/dev/null";
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    if (!pipe) {
-        return std::nullopt;
-    }
-    std::string output;
-    std::array<char, 512> chunk{};
-    while (fgets(chunk.data(), chunk.size(), pipe.get()) != nullptr) {
-        output += chunk.data();
-    }
-    std::istringstream lines(output);
+    std::istringstream lines(runCommand(command).output);
     PythonInstall python;
     if (!std::getline(lines, python.executable) || !std::getline(lines, python.library) ||
         !std::getline(lines, python.home) || !std::getline(lines, python.version) ||
@@ -204,14 +287,37 @@ std::string strOf(Address object) {
     return vd::CharArray(call("pyUnicodeGetData", {addressArray(text)})).toAscii();
 }
 
+namespace {
+
+long long integerAt(Address value) {
+    const long long result =
+        valueOf<std::int64_t>(call("pyLongGetDataInt64", {addressArray(value)}));
+    release(value);
+    return result;
+}
+
+}  // namespace
+
 long long refcount(Address object) {
     static const Address getrefcount = fetch("sys.getrefcount");
-    const Address count = invoke(getrefcount, {object});
-    const long long value =
-        vd::TypedArray<std::int64_t>(call("pyLongGetDataInt64", {addressArray(count)}))[0];
-    release(count);
     // Less the reference of the argument tuple that carried the object.
-    return value - 1;
+    return integerAt(invoke(getrefcount, {object})) - 1;
+}
+
+long long integer(const std::string& expression) {
+    return integerAt(eval(expression));
+}
+
+long long pythonRefcount(const std::string& expression) {
+    return integer("__import__('sys').getrefcount(" + expression + ")");
+}
+
+std::vector<long long> pythonRefcounts(const std::vector<std::string>& expressions) {
+    std::vector<long long> counts;
+    for (const std::string& expression : expressions) {
+        counts.push_back(pythonRefcount(expression));
+    }
+    return counts;
 }
 
 bool errorOccurred() {

@@ -5,6 +5,7 @@
 #include <foundation/veltradata.h>
 
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,8 +28,59 @@ vd::Array field(const vd::Array& structArray, const std::string& name, size_t in
 std::vector<std::string> fieldNames(const vd::Array& structArray);
 // Elements of a string array in storage order; a missing one is nullopt.
 std::vector<std::optional<std::string>> stringsOf(const vd::Array& strings);
-// Elements of a logical array in storage order.
-std::vector<bool> logicalsOf(const vd::Array& logicals);
+// The "name" of each element of a struct row, and the place of one.
+std::vector<std::string> namesOf(const vd::Array& row);
+std::optional<size_t> entryNamed(const vd::Array& row, const std::string& name);
+// The "objectAddress" of each element of a struct row.
+std::vector<std::uint64_t> addressesOf(const vd::Array& row);
+// "<exceptionName>: <exceptionMessage>" of a report structure.
+std::string reportOf(const vd::Array& reply);
+
+// Elements of a typed array in storage order, and the first of them.
+template <class T>
+std::vector<T> valuesOf(const vd::Array& array) {
+    const vd::TypedArray<T> view(array);
+    return std::vector<T>(view.begin(), view.end());
+}
+template <class T>
+T valueOf(const vd::Array& array) {
+    return vd::TypedArray<T>(array)[0];
+}
+
+// An array as "TYPE 2x3: 1 2 3 4 5 6" in storage order: numbers in their
+// shortest exact form, truth values as 1 and 0, a char array as its text, a
+// missing string as <missing>. Elements of other types are not shown.
+std::string show(const vd::Array& array);
+
+// The named fields of element `index` of a struct array, each shown, one
+// after the other: "DOUBLE 1x1: 2 | CHAR 1x1: a".
+std::string shown(const vd::Array& structArray, const std::vector<std::string>& names,
+                  size_t index = 0);
+
+// A 1 by n row of these values; of strings, with nullptr for a missing one.
+template <class T>
+vd::Array row(const std::vector<T>& values) {
+    return vd::ArrayFactory().createArray<T>({1, values.size()}, values.begin(), values.end());
+}
+vd::Array stringRow(const std::vector<const char*>& items);
+
+// The message of the E that the action throws; "no failure" when it returns.
+template <class E = std::exception, class F>
+std::string failureOf(F&& action) {
+    try {
+        action();
+    } catch (const E& failure) {
+        return failure.what();
+    }
+    return "no failure";
+}
+
+// A shell command's exit status (as pclose gives it) and standard output.
+struct CommandRun {
+    int status;
+    std::string output;
+};
+CommandRun runCommand(const std::string& command);
 
 // What the host learns of an interpreter by asking it (never the library).
 struct PythonInstall {
@@ -76,6 +128,12 @@ void exec(const std::string& statements);
 std::string strOf(Address object);
 // sys.getrefcount of the object, read through the library itself.
 long long refcount(Address object);
+// The value of an integer expression; its address is released again.
+long long integer(const std::string& expression);
+// sys.getrefcount(<expression>) counted in Python, so that the count holds
+// no registry reference.
+long long pythonRefcount(const std::string& expression);
+std::vector<long long> pythonRefcounts(const std::vector<std::string>& expressions);
 bool errorOccurred();
 
 }  // namespace vxtest

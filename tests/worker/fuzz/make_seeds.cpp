@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "support/arrays.h"
+#include "support/frames.h"
 #include "wire/wire_codec.h"
 
 int main(int argc, char** argv) {
@@ -26,11 +27,10 @@ int main(int argc, char** argv) {
         {"print-done", printDoneFrame(5)},
     };
     for (const auto& [name, frame] : frames) {
-        std::ofstream out(std::string(argv[1]) + "/" + name, std::ios::binary);
-        for (const iovec& piece : frame.pieces()) {
-            out.write(static_cast<const char*>(piece.iov_base),
-                      static_cast<std::streamsize>(piece.iov_len));
-        }
+        const std::vector<std::byte> bytes = vxtest::bytesOf(frame);
+        std::ofstream(std::string(argv[1]) + "/" + name, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
     }
     return 0;
 }

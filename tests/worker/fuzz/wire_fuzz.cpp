@@ -5,20 +5,8 @@
 #include <cstdlib>
 
 #include "support/arrays.h"
+#include "support/frames.h"
 #include "wire/wire_codec.h"
-
-namespace {
-
-std::vector<std::byte> bytesOf(const vxpy::wire::OutFrame& frame) {
-    std::vector<std::byte> all;
-    for (const iovec& piece : frame.pieces()) {
-        const auto* first = static_cast<const std::byte*>(piece.iov_base);
-        all.insert(all.end(), first, first + piece.iov_len);
-    }
-    return all;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace vxpy::wire;
@@ -28,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } catch (const WireError&) {
         return 0;
     }
-    const Frame again = decodeFrame(bytesOf(replyFrame(frame.id, frame.arrays)));
+    const Frame again = decodeFrame(vxtest::bytesOf(replyFrame(frame.id, frame.arrays)));
     if (again.arrays.size() != frame.arrays.size()) {
         std::abort();
     }

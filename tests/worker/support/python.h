@@ -9,9 +9,26 @@
 #include <string>
 #include <vector>
 
+#include "support/failure.h"
+
 namespace vxtest {
 
 namespace vd = foundation::veltradata;
+
+// How a call of the client fails: "WorkerEnded: <what>" or "Error: <what>",
+// so that a test tells the worker's end from a refusal; "no failure" when it
+// returns.
+template <class F>
+std::string clientFailureOf(F&& action) {
+    try {
+        action();
+    } catch (const vxpy::WorkerEnded& ended) {
+        return std::string("WorkerEnded: ") + ended.what();
+    } catch (const vxpy::Error& error) {
+        return std::string("Error: ") + error.what();
+    }
+    return "no failure";
+}
 
 // Debian's interpreter (NumPy and pandas), as the client finds it.
 const vxpy::Interpreter& systemPython();
