@@ -10,8 +10,8 @@
 #include <fstream>
 #include <thread>
 
+#include "failure_of.h"
 #include "support/arrays.h"
-#include "support/failure.h"
 #include "support/frames.h"
 #include "wire/wire_codec.h"
 

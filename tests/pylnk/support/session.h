@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "failure_of.h"
+
 namespace vxtest {
 
 namespace vd = foundation::veltradata;
@@ -63,17 +65,6 @@ vd::Array row(const std::vector<T>& values) {
     return vd::ArrayFactory().createArray<T>({1, values.size()}, values.begin(), values.end());
 }
 vd::Array stringRow(const std::vector<const char*>& items);
-
-// The message of the E that the action throws; "no failure" when it returns.
-template <class E = std::exception, class F>
-std::string failureOf(F&& action) {
-    try {
-        action();
-    } catch (const E& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 // A shell command's exit status (as pclose gives it) and standard output.
 struct CommandRun {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "support/failure.h"
+#include "failure_of.h"
 
 namespace vxtest {
 

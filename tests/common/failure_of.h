@@ -1,4 +1,5 @@
-// The message of an exception a test expects, for checks on its text.
+// The message of an exception a test expects, for checks on its text. Shared
+// by every test folder.
 #pragma once
 
 #include <exception>
