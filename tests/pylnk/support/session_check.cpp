@@ -49,17 +49,32 @@ int main(int argc, char** argv) {
             call("pyGetPropertyValueFast", {addressArray(eval("2.5")), chars("")});
         const bool fast =
             static_cast<double>(vd::TypedArray<double>(field(result, "scalarData"))[0]) == 2.5;
+        // Python data back to the host, without NumPy: a module described,
+        // a list read one level deep, dates of a list taken apart.
+        const vd::Array module = call("pyGetModuleMetaData", {addressArray(fetch("textwrap"))});
+        const bool moduleDescribed = textOf(field(module, "name")) == "textwrap" &&
+                                     !field(module, "classes").isEmpty() && !errorOccurred();
+        const vd::Array cells = call("pyConvertSequenceToCell", {addressArray(eval("[1.5, 'x']"))});
+        const bool listRead = cells.getNumberOfElements() == 2;
+        const vd::Array dates = call(
+            "pyDatetimeGetData",
+            {addressArray(eval("[__import__('datetime').datetime(2024, 2, 29, 10, 30, 15, 250000),"
+                               " __import__('datetime').datetime(1969, 7, 20)]"))});
+        const vd::Array years = field(field(dates, "VELTRAPyHost_pyDatetimeListData"), "year");
+        const bool datesRead =
+            valuesOf<std::int64_t>(years) == std::vector<std::int64_t>{2024, 1969};
         std::cout << "int64 round trip: " << numbers << ", zero-copy buffer: " << zeroCopy
                   << ", textwrap.shorten: " << text << ", class metadata: " << described
-                  << ", object result: " << fast << "\n";
+                  << ", object result: " << fast << ", module metadata: " << moduleDescribed
+                  << ", list: " << listRead << ", dates: " << datesRead << "\n";
         release(view);
         const std::string closed = textOf(call("pyClose"));
         std::cout << "pyClose: " << closed << "\n";
         const std::string after = textOf(call("Ping"));
         std::cout << "after pyClose: " << after << "\n";
         return ping == "success" && closed == "success" && numbers && zeroCopy &&
-                       text == "one [...]" && described && fast &&
-                       after == "vx_discard_token_for_oop_python"
+                       text == "one [...]" && described && fast && moduleDescribed && listRead &&
+                       datesRead && after == "vx_discard_token_for_oop_python"
                    ? 0
                    : 1;
     } catch (const std::exception& e) {
