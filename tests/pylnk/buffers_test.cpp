@@ -9,53 +9,31 @@ using namespace vxtest;
 
 namespace {
 
-class Buffers : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        startSystemPython();
-        exec("import numpy as np");
-    }
-    vd::ArrayFactory f;
-
-    vd::Array matrix(size_t rows, size_t cols) {
-        vd::TypedArray<double> m = f.createArray<double>({rows, cols});
-        for (size_t k = 0; k < rows * cols; ++k) {
-            m[k] = static_cast<double>(k);
-        }
-        return m;
-    }
-
-    // Binds a Python name to an object the host holds.
-    void bind(const std::string& pythonName, Address object) {
-        call("pySetKey",
-             {addressArray(eval("globals()")),
-              addressArray(unicode(std::u16string(pythonName.begin(), pythonName.end()))),
-              addressArray(object)});
-    }
-
-    std::uint64_t dataAddress(const std::string& expression) {
-        return valueOf<std::uint64_t>(
-            call("pyLongGetDataUInt64", {addressArray(eval(expression))}));
-    }
+struct Buffers : SessionTest {
+    Buffers() : SessionTest("import numpy as np") {}
 };
 
 }  // namespace
 
 TEST_F(Buffers, HostMatrixIsSeenByNumpyWithoutACopyAndCannotBeWritten) {
-    vd::Array host = matrix(3, 4);
+    vd::TypedArray<double> host = f.createArray<double>({3, 4});
+    for (size_t k = 0; k < 12; ++k) {
+        host[k] = static_cast<double>(k);
+    }
     const Address view = addressOf(call("pyCreateMemoryView", {host}));
-    bind("view", view);
+    call("pySetKey",
+         {addressArray(eval("globals()")), addressArray(unicode(u"view")), addressArray(view)});
     exec("a = np.asarray(view)");
-    EXPECT_EQ(strOf(eval("a.shape")), "(3, 4)");
-    EXPECT_EQ(strOf(eval("a[2, 1]")), "5.0");  // column-major: element 1*3+2
-    EXPECT_EQ(dataAddress("a.ctypes.data"),
-              reinterpret_cast<std::uint64_t>(host.getReadOnlyData()));
+    // Column-major: element (2, 1) is 1*3+2.
+    EXPECT_EQ(strOf(eval("(a.shape, a[2, 1], a.ctypes.data)")),
+              "((3, 4), 5.0, " +
+                  std::to_string(reinterpret_cast<std::uintptr_t>(host.getReadOnlyData())) + ")");
 
     // Writing through the view is refused; the host array is unchanged.
-    EXPECT_THROW(exec("a[0, 0] = 99"), std::exception);
-    call("pyErrorClear");
-    EXPECT_THROW(exec("memoryview(view)[0:1] = b'x'"), std::exception);
-    call("pyErrorClear");
+    for (const char* write : {"a[0, 0] = 99", "memoryview(view)[0:1] = b'x'"}) {
+        EXPECT_THROW(exec(write), std::exception) << write;
+        call("pyErrorClear");
+    }
     EXPECT_EQ(valueOf<double>(host), 0.0);
 
     // Back to the host: the same storage, no copy.
@@ -66,7 +44,7 @@ TEST_F(Buffers, HostMatrixIsSeenByNumpyWithoutACopyAndCannotBeWritten) {
     EXPECT_EQ(textOf(call("pyBufferGetFormat", {addressArray(view)})), "d");
 
     // The buffer object outlives the host's array.
-    host = vd::Array();
+    host = f.createArray<double>({0, 0});
     back = vd::Array();
     EXPECT_EQ(strOf(eval("float(a.sum())")), "66.0");
     release(view);
@@ -93,9 +71,9 @@ TEST_F(Buffers, EveryFormatAndBothOrdersComeBackColumnMajor) {
         const std::string expected =
             type.find(':') == std::string::npos ? type + " 2x3: 0 3 1 4 2 5" : type;
         for (const char* order : {"C", "F"}) {
-            const Address source = eval("np.array(np.arange(6).reshape(2, 3), dtype='" + dtype +
-                                        "', order='" + order + "')");
-            const Address buffer = addressOf(call("pyCreateBuffer", {addressArray(source)}));
+            const Address buffer =
+                addressOf(callOn("pyCreateBuffer", "np.array(np.arange(6).reshape(2, 3), dtype='" +
+                                                       dtype + "', order='" + order + "')"));
             EXPECT_EQ(truthOf(call("pyIsColumnMajor", {addressArray(buffer)})), order[0] == 'F')
                 << dtype << " " << order;
             EXPECT_TRUE(truthOf(call("pyCheckBuffer", {addressArray(buffer)}))) << dtype;
@@ -104,17 +82,15 @@ TEST_F(Buffers, EveryFormatAndBothOrdersComeBackColumnMajor) {
         }
     }
     // Other exporters: bytes, array.array, a strided view.
-    const auto data = [](const std::string& expression) {
-        return call(
-            "pyBufferGetData",
-            {addressArray(addressOf(call("pyCreateBuffer", {addressArray(eval(expression))})))});
+    const auto buffer = [](const std::string& expression) {
+        return addressArray(addressOf(callOn("pyCreateBuffer", expression)));
     };
-    EXPECT_EQ(show(data("b'\\x01\\x02\\x03'")), "UINT8 3x1: 1 2 3");
-    EXPECT_EQ(show(data("np.arange(20.0).reshape(4, 5)[::2, ::2]")), "DOUBLE 2x3: 0 10 2 12 4 14");
-    const Address fromArray = addressOf(
-        call("pyCreateBuffer", {addressArray(eval("__import__('array').array('h', [1, -2])"))}));
-    EXPECT_EQ(textOf(call("pyBufferGetFormat", {addressArray(fromArray)})), "h");
-    EXPECT_THROW(call("pyCreateBuffer", {addressArray(eval("3.5"))}), std::exception);
+    EXPECT_EQ(show(call("pyBufferGetData", {buffer("b'\\x01\\x02\\x03'")})), "UINT8 3x1: 1 2 3");
+    EXPECT_EQ(show(call("pyBufferGetData", {buffer("np.arange(20.0).reshape(4, 5)[::2, ::2]")})),
+              "DOUBLE 2x3: 0 10 2 12 4 14");
+    EXPECT_EQ(textOf(call("pyBufferGetFormat", {buffer("__import__('array').array('h', [1])")})),
+              "h");
+    EXPECT_THROW(callOn("pyCreateBuffer", "3.5"), std::exception);
     call("pyErrorClear");
 }
 
@@ -122,27 +98,22 @@ TEST_F(Buffers, ExcludedTypesAndTypeQueries) {
     for (const auto& [expression, checked] :
          {std::pair{"b'xyz'", false}, std::pair{"bytearray(3)", false},
           std::pair{"memoryview(b'xyz')", true}, std::pair{"[1, 2]", false}}) {
-        EXPECT_EQ(truthOf(call("pyCheckBuffer", {addressArray(eval(expression))})), checked)
-            << expression;
+        EXPECT_EQ(truthOf(callOn("pyCheckBuffer", expression)), checked) << expression;
     }
-    EXPECT_FALSE(truthOf(
-        call("pyTypeSupportsBufferInterface", {addressArray(eval("bytes")), chars("bytes")})));
-    EXPECT_TRUE(truthOf(call("pyTypeSupportsBufferInterface",
-                             {addressArray(eval("np.ndarray")), chars("ndarray")})));
-    EXPECT_FALSE(
-        truthOf(call("pyTypeSupportsBufferInterface", {addressArray(eval("int")), chars("int")})));
-    EXPECT_EQ(
-        call("pyGetBufferDataInQLOrder", {addressArray(eval("np.ones(3)"))}).getNumberOfElements(),
-        0u);
+    for (const auto& [type, name, supports] :
+         {std::tuple{"bytes", "bytes", false}, std::tuple{"np.ndarray", "ndarray", true},
+          std::tuple{"int", "int", false}}) {
+        EXPECT_EQ(truthOf(callOn("pyTypeSupportsBufferInterface", type, {chars(name)})), supports)
+            << type;
+    }
+    EXPECT_EQ(callOn("pyGetBufferDataInQLOrder", "np.ones(3)").getNumberOfElements(), 0u);
     EXPECT_FALSE(errorOccurred());
-}
 
-TEST_F(Buffers, WithoutTheExtensionCheckFailsAndTypeQueriesAnswerFalse) {
+    // Without the extension the check fails and the type queries answer false.
     exec("import sys\nsys.modules['libvxbuffer'] = None");
-    EXPECT_EQ(failureOf([] { call("pyCheckBuffer", {addressArray(eval("np.ones(2)"))}); }),
-              "Failed to get capsule.");
+    EXPECT_EQ(failureOf([] { callOn("pyCheckBuffer", "np.ones(2)"); }), "Failed to get capsule.");
     call("pyErrorClear");
-    EXPECT_FALSE(truthOf(call("pyTypeSupportsBufferInterface",
-                              {addressArray(eval("np.ndarray")), chars("ndarray")})));
+    EXPECT_FALSE(
+        truthOf(callOn("pyTypeSupportsBufferInterface", "np.ndarray", {chars("ndarray")})));
     EXPECT_FALSE(errorOccurred());
 }

@@ -19,6 +19,12 @@ vd::Array call(const std::string& name, std::vector<vd::Array> args) {
     return plhs[0];
 }
 
+vd::Array callOn(const std::string& name, const std::string& expression,
+                 std::vector<vd::Array> more) {
+    more.insert(more.begin(), addressArray(eval(expression)));
+    return call(name, std::move(more));
+}
+
 namespace {
 
 std::string narrow(const std::u16string& text) {

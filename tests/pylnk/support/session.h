@@ -8,7 +8,10 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "failure_of.h"
 
@@ -18,6 +21,9 @@ namespace vd = foundation::veltradata;
 
 // One command; returns the first reply array. Rethrows a stored exception.
 vd::Array call(const std::string& name, std::vector<vd::Array> args = {});
+// A command on the object of a Python expression, then any further arguments.
+vd::Array callOn(const std::string& name, const std::string& expression,
+                 std::vector<vd::Array> more = {});
 
 // Narrow text of a char array or of a 1x1 string array.
 std::string textOf(const vd::Array& value);
@@ -126,5 +132,21 @@ long long integer(const std::string& expression);
 long long pythonRefcount(const std::string& expression);
 std::vector<long long> pythonRefcounts(const std::vector<std::string>& expressions);
 bool errorOccurred();
+
+// A test on the system interpreter, with these statements run first.
+class SessionTest : public ::testing::Test {
+  protected:
+    explicit SessionTest(std::string statements = "") : statements_(std::move(statements)) {}
+    void SetUp() override {
+        startSystemPython();
+        if (!statements_.empty()) {
+            exec(statements_);
+        }
+    }
+    vd::ArrayFactory f;
+
+  private:
+    std::string statements_;
+};
 
 }  // namespace vxtest
