@@ -12,44 +12,41 @@ using namespace vxtest;
 
 namespace {
 
-class ClassMetadata : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        startSystemPython();
-        exec(
-            "__name__ = 'shapes'\n"
-            "import operator\n"
-            "class Base:\n"
-            "    def inherited(self): pass\n"
-            "    def overridden(self): return 'base'\n"
-            "class Shape(Base):\n"
-            "    'A shape.'\n"
-            "    __slots__ = ('slot',)\n"
-            "    class Nested: pass\n"
-            "    count = 3\n"
-            "    def overridden(self): return 'shape'\n"
-            "    @property\n"
-            "    def area(self): raise RuntimeError('a getter must not run')\n"
-            "    label = property(None, lambda self, v: None)\n"
-            "    @staticmethod\n"
-            "    def make(a, b): pass\n"
-            "    @staticmethod\n"
-            "    def nothing(): pass\n"
-            "    @classmethod\n"
-            "    def build(cls): pass\n"
-            "    def annotated(self, x: int, y: 'int | None', z: 'b|a|b', w: 3, v, *rest,\n"
-            "                  k=1, **kw) -> float: pass\n"
-            "    def defaults(self, a, b=1, *c, d=2, **e): pass\n"
-            "    def keyword_only(self, a, *, k=1): pass\n"
-            "    def unions(self, p: int | str, q: int | None, r: 'Gr\\u00f6\\u00dfe'): pass\n"
-            "    def __add__(self, other): return self\n"
-            "shape = Shape()\n");
-    }
-
-    static vd::Array metadataOf(const std::string& expression) {
-        return call("pyGetClassMetaData", {addressArray(eval(expression))});
-    }
+struct ClassMetadata : SessionTest {
+    ClassMetadata()
+        : SessionTest(
+              "__name__ = 'shapes'\n"
+              "import operator\n"
+              "class Base:\n"
+              "    def inherited(self): pass\n"
+              "    def overridden(self): return 'base'\n"
+              "class Shape(Base):\n"
+              "    'A shape.'\n"
+              "    __slots__ = ('slot',)\n"
+              "    class Nested: pass\n"
+              "    count = 3\n"
+              "    def overridden(self): return 'shape'\n"
+              "    @property\n"
+              "    def area(self): raise RuntimeError('a getter must not run')\n"
+              "    label = property(None, lambda self, v: None)\n"
+              "    @staticmethod\n"
+              "    def make(a, b): pass\n"
+              "    @staticmethod\n"
+              "    def nothing(): pass\n"
+              "    @classmethod\n"
+              "    def build(cls): pass\n"
+              "    def annotated(self, x: int, y: 'int | None', z: 'b|a|b', w: 3, v, *rest,\n"
+              "                  k=1, **kw) -> float: pass\n"
+              "    def defaults(self, a, b=1, *c, d=2, **e): pass\n"
+              "    def keyword_only(self, a, *, k=1): pass\n"
+              "    def unions(self, p: int | str, q: int | None, r: 'Gr\\u00f6\\u00dfe'): pass\n"
+              "    def __add__(self, other): return self\n"
+              "shape = Shape()\n") {}
 };
+
+vd::Array metadataOf(const std::string& expression) {
+    return callOn("pyGetClassMetaData", expression);
+}
 
 using Strings = std::vector<std::optional<std::string>>;
 using Names = std::vector<std::string>;
@@ -125,8 +122,8 @@ TEST_F(ClassMetadata, SignaturesAndAnnotations) {
     // split at '|'; an annotation without __name__ gives no type, and the
     // other arguments' cells keep their places.
     const size_t annotated = entry("annotated");
-    EXPECT_EQ(show(field(methods, "argNames", annotated)), "VELTRA_STRING 1x6: self x y z w v");
-    EXPECT_EQ(show(field(methods, "argTypes", annotated)), "CELL 1x6:");
+    EXPECT_EQ(shown(methods, {"argNames", "argTypes"}, annotated),
+              "VELTRA_STRING 1x6: self x y z w v | CELL 1x6:");
     const std::vector<Strings> types{{}, {"int"}, {"None", "int"}, {"a", "b"}, {}, {}};
     for (size_t argument = 0; argument < types.size(); ++argument) {
         EXPECT_EQ(typesOf(methods, annotated, argument), types[argument]) << argument;
@@ -170,7 +167,7 @@ TEST_F(ClassMetadata, OperatorsComeFromTheOperatorModuleInTableOrder) {
     EXPECT_FALSE(errorOccurred());
 }
 
-TEST_F(ClassMetadata, BuiltinAndLibraryClasses) {
+TEST_F(ClassMetadata, BuiltinLibraryAndOddClasses) {
     const auto isStatic = [](const vd::Array& metadata, const std::string& name) {
         const vd::Array methods = field(metadata, "methods");
         return valueOf<bool>(field(methods, "static", entryNamed(methods, name).value()));
@@ -193,15 +190,14 @@ TEST_F(ClassMetadata, BuiltinAndLibraryClasses) {
     const vd::Array ndarray = metadataOf("__import__('numpy').zeros(2)");
     EXPECT_EQ(textOf(field(ndarray, "moduleName")), "numpy");
     EXPECT_TRUE(valuesOf<bool>(field(ndarray, "arrayType"))[1]);
-    EXPECT_TRUE(entryNamed(field(ndarray, "properties"), "shape"));
-    EXPECT_TRUE(entryNamed(field(ndarray, "methods"), "reshape"));
     const vd::Array frame = metadataOf("__import__('pandas').DataFrame({'a': [1]})");
-    EXPECT_TRUE(entryNamed(field(frame, "methods"), "to_numpy"));
-    EXPECT_TRUE(entryNamed(field(frame, "properties"), "columns"));
-    EXPECT_FALSE(errorOccurred());
-}
+    for (const auto& [metadata, properties, methods] :
+         {std::tuple{ndarray, "shape", "reshape"}, std::tuple{frame, "columns", "to_numpy"}}) {
+        EXPECT_TRUE(entryNamed(field(metadata, "properties"), properties));
+        EXPECT_TRUE(entryNamed(field(metadata, "methods"), methods));
+    }
 
-TEST_F(ClassMetadata, UnreadableModuleAndDocstringReadAsEmpty) {
+    // A module and a docstring that cannot be read are empty text.
     exec(
         "class Meta(type):\n"
         "    @property\n"
@@ -247,21 +243,19 @@ TEST_F(ClassMetadata, CacheAndTheSmallerCommands) {
         return addressOf(field(methods, "objectAddress", entryNamed(methods, "build").value()));
     };
     EXPECT_NE(build(metadataOf("shape")), build(metadataOf("shape")));
-    EXPECT_EQ(textOf(call("ClearMetadataMap")), "success");
 
     // An object's own attributes, in insertion order, all readable and
     // writable; no __dict__ gives an empty row with the three fields.
     exec("class Plain: pass\nplain = Plain()\nplain.b = 1\nplain.a = property()");
-    const vd::Array attributes = call("pyGetClassProperties", {addressArray(eval("plain"))});
+    const vd::Array attributes = callOn("pyGetClassProperties", "plain");
     EXPECT_EQ(namesOf(attributes), (Names{"b", "a"}));
     EXPECT_EQ(shown(attributes, {"getAccess", "setAccess"}, 1), "LOGICAL 1x1: 1 | LOGICAL 1x1: 1");
-    const vd::Array none = call("pyGetClassProperties", {addressArray(eval("3"))});
+    const vd::Array none = callOn("pyGetClassProperties", "3");
     EXPECT_EQ(none.getDimensions(), (std::vector<size_t>{1, 0}));
     EXPECT_EQ(fieldNames(none), (Names{"name", "getAccess", "setAccess"}));
 
-    EXPECT_TRUE(truthOf(call("pyInspectFast", {addressArray(eval("Shape")), chars("isclass")})));
-    EXPECT_FALSE(truthOf(call("pyInspectFast", {addressArray(eval("shape")), chars("isclass")})));
-    EXPECT_THROW(call("pyInspectFast", {addressArray(eval("shape")), chars("isnothing")}),
-                 std::exception);
+    EXPECT_TRUE(truthOf(callOn("pyInspectFast", "Shape", {chars("isclass")})));
+    EXPECT_FALSE(truthOf(callOn("pyInspectFast", "shape", {chars("isclass")})));
+    EXPECT_THROW(callOn("pyInspectFast", "shape", {chars("isnothing")}), std::exception);
     EXPECT_TRUE(errorOccurred());
 }

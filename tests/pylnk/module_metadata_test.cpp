@@ -118,7 +118,7 @@ TEST_F(ModuleMetadata, StartUpDescribedFiveModules) {
     EXPECT_FALSE(errorOccurred());
 }
 
-TEST_F(ModuleMetadata, SortsTheEntriesOfAModule) {
+TEST_F(ModuleMetadata, SortsTheEntriesOfAModuleAndOfALibraryModule) {
     const Address module = importDescribed();
     const vd::Array metadata = metadataOf(module);
     EXPECT_EQ(fieldNames(metadata), kModuleFields);
@@ -173,23 +173,22 @@ TEST_F(ModuleMetadata, SortsTheEntriesOfAModule) {
     EXPECT_EQ(show(field(getters, "argTypes", x)), "CELL 1x0:");
     EXPECT_EQ(strOf(addressOf(field(getters, "objectAddress", x))), "1");
     EXPECT_FALSE(errorOccurred());
-}
 
-TEST_F(ModuleMetadata, ALibraryModule) {
-    const vd::Array metadata = metadataOf(addressOf(call("pyCreateModule", {chars("fractions")})));
-    const vd::Array classes = field(metadata, "classes");
-    ASSERT_EQ(namesOf(classes), (Names{"Fraction"}));
-    EXPECT_EQ(show(field(classes, "bases")), "VELTRA_STRING 1x1: py.numbers.Rational");
-    EXPECT_TRUE(entryNamed(field(classes, "methods"), "limit_denominator"));
-    EXPECT_TRUE(entryNamed(field(classes, "operators"), "plus"));
-    EXPECT_EQ(namesOf(field(metadata, "aliases")), (Names{"Decimal"}));
-    EXPECT_EQ(textOf(field(field(metadata, "aliases"), "moduleName")), "decimal");
-    EXPECT_EQ(namesOf(field(metadata, "packageFunctions")), (Names{"Decimal"}));
-    EXPECT_TRUE(entryNamed(field(metadata, "getterFunctions"), "__all__"));
+    // A library module.
+    const vd::Array library = metadataOf(addressOf(call("pyCreateModule", {chars("fractions")})));
+    const vd::Array libraryClasses = field(library, "classes");
+    ASSERT_EQ(namesOf(libraryClasses), (Names{"Fraction"}));
+    EXPECT_EQ(show(field(libraryClasses, "bases")), "VELTRA_STRING 1x1: py.numbers.Rational");
+    EXPECT_TRUE(entryNamed(field(libraryClasses, "methods"), "limit_denominator"));
+    EXPECT_TRUE(entryNamed(field(libraryClasses, "operators"), "plus"));
+    EXPECT_EQ(namesOf(field(library, "aliases")), (Names{"Decimal"}));
+    EXPECT_EQ(textOf(field(field(library, "aliases"), "moduleName")), "decimal");
+    EXPECT_EQ(namesOf(field(library, "packageFunctions")), (Names{"Decimal"}));
+    EXPECT_TRUE(entryNamed(field(library, "getterFunctions"), "__all__"));
     for (const char* imported : {"math", "numbers", "operator", "re", "sys"}) {
-        EXPECT_FALSE(listed(metadata, imported)) << imported;
+        EXPECT_FALSE(listed(library, imported)) << imported;
     }
-    EXPECT_FALSE(textOf(field(metadata, "docstring")).empty());
+    EXPECT_FALSE(textOf(field(library, "docstring")).empty());
 }
 
 TEST_F(ModuleMetadata, CachedByNameUntilImportedAgainOrCleared) {
