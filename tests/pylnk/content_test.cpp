@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/session.h"
+#include "support/conversion.h"
 
 using namespace vxtest;
 
@@ -12,19 +12,13 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-class Content : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        startSystemPython();
-        exec(
-            "import array, collections, types, numpy\n"
-            "class FakeFloat:\n"
-            "    __class__ = property(lambda self: float)\n"
-            "    def __float__(self): raise ValueError('no float')\n");
-    }
-    static vd::Array of(const std::string& command, const std::string& expression) {
-        return call(command, {addressArray(eval(expression))});
-    }
+struct Content : SessionTest {
+    Content()
+        : SessionTest(
+              "import array, collections, types, numpy\n"
+              "class FakeFloat:\n"
+              "    __class__ = property(lambda self: float)\n"
+              "    def __float__(self): raise ValueError('no float')\n") {}
 };
 
 const Strings kObjectResult{"object", "classProperties", "classMetadata", "scalarData"};
@@ -55,16 +49,15 @@ std::string results(const vd::Array& cells) {
 
 }  // namespace
 
-TEST_F(Content, SequencesBecomeRowsOfObjectResultsInTheirOrder) {
-    const vd::Array cell = of("pyConvertSequenceToCell", "(1.5, 'a', None)");
+TEST_F(Content, SequencesBecomeRowsOfObjectResultsOrOfNumbers) {
+    const vd::Array cell = callOn("pyConvertSequenceToCell", "(1.5, 'a', None)");
     EXPECT_EQ(show(cell), "CELL 1x3:");
     EXPECT_EQ(results(cell), "DOUBLE 1x1: 1.5 | str: a | str: None");
-    EXPECT_EQ(show(of("pyConvertSequenceToCell", "[]")), "CELL 1x0:");
-}
+    EXPECT_EQ(show(callOn("pyConvertSequenceToCell", "[]")), "CELL 1x0:");
 
-TEST_F(Content, NumericSequencesKeepEachElementsTypeAndReportTheFirstFailedRead) {
+    // Numeric sequences keep each element's type and report the first failed read.
     const auto numeric = [](const std::string& expression) {
-        const vd::Array result = of("pyConvertSequenceToNumericArray", expression);
+        const vd::Array result = callOn("pyConvertSequenceToNumericArray", expression);
         EXPECT_EQ(fieldNames(result), (Strings{"complexity", "values", "exceptionPosition"}));
         std::string text = textOf(field(result, "complexity")) + " " +
                            show(field(result, "exceptionPosition")) + " " +
@@ -89,36 +82,36 @@ TEST_F(Content, NumericSequencesKeepEachElementsTypeAndReportTheFirstFailedRead)
 
     // A failed read: its place, values left unassigned, and no Python error
     // left behind.
-    EXPECT_EQ(numeric("[1.0, 2.0, FakeFloat(), 4.0]"), "REAL INT64 1x1: 2 DOUBLE 0x0:");
-    EXPECT_FALSE(errorOccurred());
-    EXPECT_EQ(numeric("(1, 2**64)"), "REAL INT64 1x1: 1 DOUBLE 0x0:");
-    EXPECT_FALSE(errorOccurred());
-}
+    for (const auto& [expression, expected] :
+         {std::pair{"[1.0, 2.0, FakeFloat(), 4.0]", "REAL INT64 1x1: 2 DOUBLE 0x0:"},
+          std::pair{"(1, 2**64)", "REAL INT64 1x1: 1 DOUBLE 0x0:"}}) {
+        EXPECT_EQ(numeric(expression), expected);
+        EXPECT_FALSE(errorOccurred()) << expression;
+    }
 
-TEST_F(Content, TextOfListsTuplesAndSingleObjects) {
-    EXPECT_EQ(show(of("pyConvertToString", "[1, '\\u00e9t\\u00e9', None, b'x']")),
+    // Text of lists and tuples element by element, of anything else as one.
+    EXPECT_EQ(show(callOn("pyConvertToString", "[1, '\\u00e9t\\u00e9', None, b'x']")),
               "VELTRA_STRING 1x4: 1 \xc3\xa9t\xc3\xa9 None b'x'");
-    EXPECT_EQ(show(of("pyConvertToString", "()")), "VELTRA_STRING 1x0:");
-    // Anything but an exact list or tuple is one string, its str.
-    EXPECT_EQ(show(of("pyConvertToString", "collections.deque([2**70])")),
+    EXPECT_EQ(show(callOn("pyConvertToString", "()")), "VELTRA_STRING 1x0:");
+    EXPECT_EQ(show(callOn("pyConvertToString", "collections.deque([2**70])")),
               "VELTRA_STRING 1x1: deque([1180591620717411303424])");
 }
 
-TEST_F(Content, MappingsToStructsStopAtTheFirstKeyThatIsNoText) {
-    const vd::Array plain = of("pyConvertMappingToStruct", "{'a': 1.5, 2: 'x', 'c': 3}");
+TEST_F(Content, MappingsAsStructsAndAsDictionaryData) {
+    // A struct stops at the first key that is no text.
+    const vd::Array plain = callOn("pyConvertMappingToStruct", "{'a': 1.5, 2: 'x', 'c': 3}");
     EXPECT_EQ(fieldNames(plain), (Strings{"a", "VELTRA::Cell2Struct::NonStringFieldNames"}));
     EXPECT_EQ(result(field(plain, "a")), "DOUBLE 1x1: 1.5");
     EXPECT_EQ(field(plain, "VELTRA::Cell2Struct::NonStringFieldNames").getType(),
               vd::ArrayType::CHAR);
 
-    EXPECT_EQ(fieldNames(of("pyConvertMappingToStruct",
-                            "collections.OrderedDict([('z', 1), ('\\u00fc', 2)])")),
+    EXPECT_EQ(fieldNames(callOn("pyConvertMappingToStruct",
+                                "collections.OrderedDict([('z', 1), ('\\u00fc', 2)])")),
               (Strings{"z", "\xc3\xbc"}));
-}
 
-TEST_F(Content, DictionaryDataHoldsEveryItemTextByValueAndTheRestByAddress) {
+    // Dictionary data holds every item, text by value and the rest by address.
     for (const char* command : {"pyConvertMappingToDictionary", "pyDictGetData"}) {
-        const vd::Array data = of(command, "{'a': 1.5, 2: 'x', 'c': [3]}");
+        const vd::Array data = callOn(command, "{'a': 1.5, 2: 'x', 'c': [3]}");
         EXPECT_EQ(fieldNames(data),
                   (Strings{"VELTRAPyHost_pyKeyData", "VELTRAPyHost_pyValueData"}));
         EXPECT_EQ(results(field(data, "VELTRAPyHost_pyKeyData")),
@@ -128,29 +121,27 @@ TEST_F(Content, DictionaryDataHoldsEveryItemTextByValueAndTheRestByAddress) {
                   "DOUBLE 1x1: 1.5 | VELTRA_STRING 1x1: x | str: [3]")
             << command;
     }
-    const vd::Array empty = of("pyDictGetData", "types.MappingProxyType({})");
+    const vd::Array empty = callOn("pyDictGetData", "types.MappingProxyType({})");
     EXPECT_EQ(show(field(empty, "VELTRAPyHost_pyKeyData")), "CELL 1x0:");
 }
 
-TEST_F(Content, StringsEndAtNulAndBytesKeepEveryByte) {
-    EXPECT_EQ(show(of("pyStringGetString", "'ab\\x00cd'")), "CHAR 1x2: ab");
-    EXPECT_EQ(vd::CharArray(of("pyStringGetString", "'caf\\u00e9'")).toUTF16(), u"caf\u00e9");
+TEST_F(Content, TextEndsAtNulBytesAndNumericDataAreCopiedWhole) {
+    EXPECT_EQ(show(callOn("pyStringGetString", "'ab\\x00cd'")), "CHAR 1x2: ab");
+    EXPECT_EQ(vd::CharArray(callOn("pyStringGetString", "'caf\\u00e9'")).toUTF16(), u"caf\u00e9");
 
-    vd::StructArray request = vd::ArrayFactory().createStructArray({1, 1}, {"second", "first"});
-    request[0]["second"] = addressArray(eval("'\\U0001F600'"));
-    request[0]["first"] = addressArray(eval("'x'"));
-    const vd::Array texts = call("pyStringGetStringArray", {request});
+    const vd::Array texts =
+        call("pyStringGetStringArray", {structOf({{"second", addressArray(eval("'\\U0001F600'"))},
+                                                  {"first", addressArray(eval("'x'"))}})});
     EXPECT_EQ(fieldNames(texts), (Strings{"second", "first"}));
     EXPECT_EQ(vd::CharArray(field(texts, "second")).toUTF16(), u"\U0001F600");
     EXPECT_EQ(textOf(field(texts, "first")), "x");
 
-    EXPECT_EQ(show(of("pyGetBytes", "b'a\\x00\\xffz'")), "UINT8 1x4: 97 0 255 122");
-    EXPECT_EQ(show(of("pyGetBytes", "b''")), "UINT8 1x0:");
-}
+    EXPECT_EQ(show(callOn("pyGetBytes", "b'a\\x00\\xffz'")), "UINT8 1x4: 97 0 255 122");
+    EXPECT_EQ(show(callOn("pyGetBytes", "b''")), "UINT8 1x0:");
 
-TEST_F(Content, NumericDataIsCopiedIntoARowOfTheFormatsType) {
+    // Numeric data is copied into a row of the format's type.
     exec("source = array.array('d', [1.5, -2.0])");
-    const vd::Array doubles = of("pyNumericConversion", "source");
+    const vd::Array doubles = callOn("pyNumericConversion", "source");
     exec("source[0] = 9.0");
     EXPECT_EQ(show(doubles), "DOUBLE 1x2: 1.5 -2") << "a copy";
     // A matrix comes as one row in its own storage order.
@@ -162,7 +153,7 @@ TEST_F(Content, NumericDataIsCopiedIntoARowOfTheFormatsType) {
         {"numpy.arange(6, dtype=numpy.int16).reshape(2, 3)", "INT16 1x6: 0 1 2 3 4 5"},
     };
     for (const auto& [expression, expected] : converted) {
-        EXPECT_EQ(show(of("pyNumericConversion", expression)), expected);
+        EXPECT_EQ(show(callOn("pyNumericConversion", expression)), expected);
     }
 
     // No numeric data, or a format without a host type: a stored exception
@@ -173,7 +164,7 @@ TEST_F(Content, NumericDataIsCopiedIntoARowOfTheFormatsType) {
           std::pair{"numpy.arange(6.0)[::2]", "contiguous"},
           std::pair{"numpy.arange(3, dtype='>i2')", "byte order"}}) {
         EXPECT_THAT(
-            failureOf<std::invalid_argument>([&] { of("pyNumericConversion", expression); }),
+            failureOf<std::invalid_argument>([&] { callOn("pyNumericConversion", expression); }),
             ::testing::HasSubstr(named));
         EXPECT_FALSE(errorOccurred()) << expression;
     }

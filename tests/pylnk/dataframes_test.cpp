@@ -48,29 +48,26 @@ std::string showColumn(const vd::Array& column) {
     return dtype + "|" + textOf(sub) + "|" + content;
 }
 
-class DataFrames : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        startSystemPython();
-        exec("import datetime, numpy, pandas\n");
-    }
-    static vd::Array frameData(const std::string& expression) {
-        return call("pyDataFrameGetData", {addressArray(eval(expression))});
-    }
-    static vd::Array timetable(const std::string& expression) {
-        return call("pyDataFrameTimetableGetData", {addressArray(eval(expression))});
-    }
-    static vd::Array column(const vd::Array& reply, size_t position) {
-        return field(field(reply, kColumns), std::to_string(position));
-    }
-    static Strings columns(const vd::Array& reply) {
-        Strings shown;
-        for (const std::string& name : fieldNames(field(reply, kColumns))) {
-            shown.push_back(showColumn(field(field(reply, kColumns), name)));
-        }
-        return shown;
-    }
+struct DataFrames : SessionTest {
+    DataFrames() : SessionTest("import datetime, numpy, pandas\n") {}
 };
+
+vd::Array frameData(const std::string& expression) {
+    return callOn("pyDataFrameGetData", expression);
+}
+vd::Array timetable(const std::string& expression) {
+    return callOn("pyDataFrameTimetableGetData", expression);
+}
+vd::Array column(const vd::Array& reply, size_t position) {
+    return field(field(reply, kColumns), std::to_string(position));
+}
+Strings columns(const vd::Array& reply) {
+    Strings shown;
+    for (const std::string& name : fieldNames(field(reply, kColumns))) {
+        shown.push_back(showColumn(field(field(reply, kColumns), name)));
+    }
+    return shown;
+}
 
 }  // namespace
 
@@ -125,16 +122,16 @@ TEST_F(DataFrames, DatesDurationsTextAndOtherDtypesByTheirRoads) {
                  "category||VELTRA_STRING 1x2: p <missing>",
                  "object|string|VELTRA_STRING 1x2: x <missing>", "period[M]|-|-",
                  "object|mixed|UnknownType None, UnknownType None"}));
-    auto component = [&](size_t position, const char* inner, const char* name) {
-        return show(field(field(field(column(reply, position), "DataArray"), inner), name));
-    };
-    EXPECT_EQ(component(1, "VELTRAPyHost_pyDatetime64ArrayData", "minute"), "INT64 1x2: 30 0");
-    EXPECT_EQ(show(field(field(column(reply, 1), "DataArray"), "NaT_indices")), "LOGICAL 1x2: 0 1");
-    EXPECT_EQ(component(2, "VELTRAPyHost_pyDatetime64ArrayData", "hour"), "INT64 1x2: 10 10")
+    const auto data = [&](size_t position) { return field(column(reply, position), "DataArray"); };
+    EXPECT_EQ(show(field(field(data(1), "VELTRAPyHost_pyDatetime64ArrayData"), "minute")) + " | " +
+                  show(field(data(1), "NaT_indices")),
+              "INT64 1x2: 30 0 | LOGICAL 1x2: 0 1");
+    EXPECT_EQ(show(field(field(data(2), "VELTRAPyHost_pyDatetime64ArrayData"), "hour")),
+              "INT64 1x2: 10 10")
         << "a zoned column's components are in UTC";
-    EXPECT_EQ(component(3, "VELTRAPyHost_pyTimedelta64Array", "hour"), "INT64 1x2: -1 0");
-    EXPECT_EQ(component(3, "VELTRAPyHost_pyTimedelta64Array", "millisecond"), "DOUBLE 1x2: -500 0");
-    EXPECT_EQ(component(3, "VELTRAPyHost_pyTimedelta64Array", "NaT"), "LOGICAL 1x2: 0 1");
+    EXPECT_EQ(
+        shown(field(data(3), "VELTRAPyHost_pyTimedelta64Array"), {"hour", "millisecond", "NaT"}),
+        "INT64 1x2: -1 0 | DOUBLE 1x2: -500 0 | LOGICAL 1x2: 0 1");
     EXPECT_FALSE(errorOccurred());
 }
 

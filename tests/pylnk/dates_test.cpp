@@ -1,6 +1,5 @@
 // Dates and durations to the host: every shape Python has for them as its
-// structure of components, the element order of arrays, NaT, the reports,
-// and an object of no such shape.
+// structure of components, the element order of arrays, NaT and the reports.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -59,6 +58,10 @@ TEST_F(Dates, DatetimesAndTimedeltasAsPythonStatesThem) {
     }
     EXPECT_EQ(reportOf(dates("datetime.datetime(2024, 1, 1, tzinfo=Unnamed())")),
               "VELTRAPyHost::UnsupportedDatetimeTimezoneType: ");
+    // An object of no such shape: a stored exception, and no Python error.
+    EXPECT_THAT(failureOf<std::invalid_argument>([] { dates("3"); }),
+                ::testing::HasSubstr("py.int"));
+    EXPECT_THROW(durations("datetime.datetime(2024, 1, 1)"), std::invalid_argument);
     EXPECT_FALSE(errorOccurred());
 
     // -1 minute and -0.5 ms is -1 day + 86339 s + 999500 us in Python.
@@ -132,22 +135,20 @@ TEST_F(Dates, ArraysInTheHostsElementOrderWithNaTWhereItIs) {
     EXPECT_EQ(shown(reply, {"ndims", "dims"}), "UINT64 1x1: 3 | INT64 1x3: 2 3 4");
     const vd::Array inner = field(reply, kDateArray);
     EXPECT_EQ(fieldNames(inner), kComponents);
-    std::string years, hours, minutes, seconds, nat;
+    // year, hour, minute, second, NaT: every component is zero at NaT.
+    std::string expected[5];
     for (int at = 0; at < 24; ++at) {
         const int i = at % 2, j = at / 2 % 3, k = at / 6;
-        // Every component is zero at NaT.
         const bool isNat = i == 1 && j == 2 && k == 3;
-        years += " " + std::to_string(isNat ? 0 : 2000);
-        hours += " " + std::to_string(isNat ? 0 : i);
-        minutes += " " + std::to_string(isNat ? 0 : j);
-        seconds += " " + std::to_string(isNat ? 0 : k);
-        nat += isNat ? " 1" : " 0";
+        const int values[] = {2000, i, j, k, 1};
+        for (int c = 0; c < 5; ++c) {
+            expected[c] += " " + std::to_string(isNat == (c == 4) ? values[c] : 0);
+        }
     }
-    EXPECT_EQ(show(field(inner, "year")), "INT64 1x24:" + years);
-    EXPECT_EQ(show(field(inner, "hour")), "INT64 1x24:" + hours);
-    EXPECT_EQ(show(field(inner, "minute")), "INT64 1x24:" + minutes);
-    EXPECT_EQ(show(field(inner, "second")), "DOUBLE 1x24:" + seconds);
-    EXPECT_EQ(show(field(reply, "NaT_indices")), "LOGICAL 1x24:" + nat);
+    EXPECT_EQ(shown(inner, {"year", "hour", "minute", "second"}) + " | " +
+                  show(field(reply, "NaT_indices")),
+              "INT64 1x24:" + expected[0] + " | INT64 1x24:" + expected[1] + " | INT64 1x24:" +
+                  expected[2] + " | DOUBLE 1x24:" + expected[3] + " | LOGICAL 1x24:" + expected[4]);
 
     const vd::Array whole =
         durations("numpy.array([[1, -2, 3], [-60000, 3600000, -2**63]], 'm8[ms]')");
@@ -259,11 +260,4 @@ TEST_F(Dates, ListsAndTuplesTheirZonesAndTheFirstElementThatIsNone) {
     const vd::Array odd = durations("(datetime.timedelta(1), 'a')");
     EXPECT_EQ(show(field(field(odd, "VELTRAPyHost_pyTimedeltaListConvertible"), "nonTimedeltaLoc")),
               "UINT64 1x1: 1");
-}
-
-TEST_F(Dates, AnObjectOfNoSuchShapeIsAStoredExceptionWithNoPythonError) {
-    EXPECT_THAT(failureOf<std::invalid_argument>([] { dates("3"); }),
-                ::testing::HasSubstr("py.int"));
-    EXPECT_THROW(durations("datetime.datetime(2024, 1, 1)"), std::invalid_argument);
-    EXPECT_FALSE(errorOccurred());
 }
