@@ -10,15 +10,12 @@ using namespace vxtest;
 
 namespace {
 
-class Equality : public ::testing::Test {
-  protected:
-    void SetUp() override { startSystemPython(); }
-    vd::ArrayFactory f;
-    static vd::Array compare(const std::string& command, const std::vector<vd::Array>& values,
-                             vd::Array keywords = keywordsOf({})) {
-        return call(command, {cellOf({cellOf(values), keywords})});
-    }
-};
+using Equality = SessionTest;
+
+vd::Array compare(const std::string& command, const std::vector<vd::Array>& values,
+                  vd::Array keywords = keywordsOf({})) {
+    return call(command, {cellOf({cellOf(values), keywords})});
+}
 
 }  // namespace
 

@@ -9,17 +9,12 @@ using namespace vxtest;
 
 namespace {
 
-class FastInput : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        startSystemPython();
-        exec(
-            "calls = []\n"
-            "def record(*args, **kwargs):\n    calls.append((args, kwargs))\n    return 2.5\n"
-            "def fail(*args, **kwargs):\n    raise RuntimeError('no')\n");
-        exec("calls.clear()");
-    }
-    vd::ArrayFactory f;
+struct FastInput : SessionTest {
+    FastInput()
+        : SessionTest(
+              "calls = []\n"
+              "def record(*args, **kwargs):\n    calls.append((args, kwargs))\n    return 2.5\n"
+              "def fail(*args, **kwargs):\n    raise RuntimeError('no')\n") {}
     vd::Array text(const std::string& value) { return f.createCharArray(value); }
 };
 

@@ -13,13 +13,8 @@ using namespace vxtest;
 
 namespace {
 
-class HostValues : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        startSystemPython();
-        exec("import numpy\n");
-    }
-    vd::ArrayFactory f;
+struct HostValues : SessionTest {
+    HostValues() : SessionTest("import numpy\n") {}
 
     vd::Array numbers(std::vector<size_t> dims) {
         vd::TypedArray<double> a = f.createArray<double>(std::move(dims));

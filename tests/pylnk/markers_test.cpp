@@ -10,18 +10,14 @@ using namespace vxtest;
 
 namespace {
 
-class Markers : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        startSystemPython();
-        exec("import math, numpy, pandas, sys\n");
-    }
-    vd::ArrayFactory f;
-    static vd::Array one(const std::string& marker, const vd::Array& value) {
-        return structOf({{marker, value}});
-    }
+struct Markers : SessionTest {
+    Markers() : SessionTest("import math, numpy, pandas, sys\n") {}
     vd::Array absent() { return f.createCharArray(std::string()); }
 };
+
+vd::Array one(const std::string& marker, const vd::Array& value) {
+    return structOf({{marker, value}});
+}
 
 }  // namespace
 

@@ -11,10 +11,7 @@ using namespace vxtest;
 
 namespace {
 
-class Objects : public ::testing::Test {
-  protected:
-    void SetUp() override { startSystemPython(); }
-};
+using Objects = SessionTest;
 
 long residentKiB() {
     std::ifstream status("/proc/self/status");
@@ -52,11 +49,10 @@ TEST_F(Objects, OneRegistryReferenceHoweverOftenAnObjectCrosses) {
     EXPECT_EQ(pythonRefcount("thing"), alone + 2);
     release(first);
     EXPECT_EQ(pythonRefcount("thing"), alone + 1);
-}
 
-TEST_F(Objects, ReleaseOfANonAddressSaysWhatAndFails) {
+    // Release of what is no address says so and fails.
     testing::internal::CaptureStdout();
-    EXPECT_THROW(call("Release", {vd::ArrayFactory().createScalar(1.0)}), std::exception);
+    EXPECT_THROW(call("Release", {f.createScalar(1.0)}), std::exception);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "what?\n");
     EXPECT_EQ(textOf(call("Ping")), "success");
 }
@@ -101,30 +97,28 @@ TEST_F(Objects, ManyCreateReleaseCyclesLeaveMemoryFlat) {
 #endif
 }
 
-TEST_F(Objects, GeneralObjectCommands) {
+TEST_F(Objects, GeneralObjectCommandsFetchAndModules) {
     const Address list = eval("[3, 1, 2]");
     const Address listType = fetch("builtins.list");
     EXPECT_EQ(addressOf(call("pyGetType", {addressArray(list)})), listType);
     EXPECT_TRUE(truthOf(call("pyIsInstance", {addressArray(list), addressArray(listType)})));
-    EXPECT_TRUE(truthOf(
-        call("pyIsSubclass", {addressArray(eval("bool")), addressArray(fetch("builtins.int"))})));
-    EXPECT_TRUE(truthOf(call("pyIsType", {addressArray(listType)})));
-    EXPECT_FALSE(truthOf(call("pyIsType", {addressArray(list)})));
-    EXPECT_TRUE(truthOf(call("pyIsCallable", {addressArray(listType)})));
+    EXPECT_TRUE(truthOf(callOn("pyIsSubclass", "bool", {addressArray(fetch("builtins.int"))})));
+    for (const auto& [command, object, answer] :
+         {std::tuple{"pyIsType", listType, true}, std::tuple{"pyIsType", list, false},
+          std::tuple{"pyIsCallable", listType, true}}) {
+        EXPECT_EQ(truthOf(call(command, {addressArray(object)})), answer) << command;
+    }
     const Address names = addressOf(call("pyDir", {addressArray(list)}));
     EXPECT_GT(valueOf<std::uint64_t>(call("pySequenceLength", {addressArray(names)})), 10u);
 
-    // pyEq compares objects, not numbers.
-    const Address a = eval("[1, 2]"), b = eval("[1, 2]");
-    EXPECT_NE(a, b);
-    EXPECT_TRUE(truthOf(call("pyEq", {addressArray(a), addressArray(b)})));
+    // pyEq compares objects, not addresses.
+    EXPECT_TRUE(truthOf(callOn("pyEq", "[1, 2]", {addressArray(eval("[1, 2]"))})));
 
     const Address builtins = addressOf(call("pyCreateBuiltinModule"));
     EXPECT_TRUE(truthOf(call("pyIsModule", {addressArray(builtins)})));
     EXPECT_EQ(textOf(call("pyGetBuiltinsName")), "builtins");
-}
 
-TEST_F(Objects, FetchAndModulesAnswerOrFailAsTheHostExpects) {
+    // Fetch and the modules answer or fail as the host expects.
     EXPECT_EQ(strOf(fetch("os.path.sep")), "/");
     EXPECT_EQ(strOf(fetch("xml.dom.minidom.Node.ELEMENT_NODE")), "1");  // imports on the way
     EXPECT_EQ(failureOf<std::runtime_error>([] { fetch("os..path"); }), "BadPythonName");
@@ -146,5 +140,5 @@ TEST_F(Objects, FetchAndModulesAnswerOrFailAsTheHostExpects) {
     EXPECT_FALSE(errorOccurred());
     EXPECT_EQ(reportOf(call("pyCreateModuleException", {chars("vx_broken")})), "ValueError: 1");
     EXPECT_FALSE(errorOccurred());
-    EXPECT_THROW(call("pyCreateModule", {vd::ArrayFactory().createScalar(1.0)}), std::exception);
+    EXPECT_THROW(call("pyCreateModule", {f.createScalar(1.0)}), std::exception);
 }

@@ -10,15 +10,7 @@ using namespace vxtest;
 
 namespace {
 
-class Scalars : public ::testing::Test {
-  protected:
-    void SetUp() override { startSystemPython(); }
-    vd::ArrayFactory f;
-
-    static vd::Array get(const std::string& command, Address object) {
-        return call(command, {addressArray(object)});
-    }
-};
+using Scalars = SessionTest;
 
 }  // namespace
 
@@ -37,7 +29,8 @@ TEST_F(Scalars, ConstructorsTakeExactlyTheirTypeAndElementZero) {
     }
     const Address wide = addressOf(
         call("pyCreateUnicode", {f.createCharArray(std::u16string(u"\u00e9t\u00e9 \u6f22"))}));
-    EXPECT_EQ(vd::CharArray(get("pyUnicodeGetData", wide)).toUTF16(), u"\u00e9t\u00e9 \u6f22");
+    EXPECT_EQ(vd::CharArray(call("pyUnicodeGetData", {addressArray(wide)})).toUTF16(),
+              u"\u00e9t\u00e9 \u6f22");
 
     // A wrong argument fails in the caller, and the next command still works.
     const std::pair<const char*, std::vector<vd::Array>> refused[] = {
@@ -67,24 +60,23 @@ TEST_F(Scalars, GettersReplyInTheirFormsAndSecondRuleReadsLeaveTheErrorSet) {
         {"pyFloatGetData", "0.25", "DOUBLE 1x1: 0.25"},
     };
     for (const auto& [command, expression, expected] : reads) {
-        EXPECT_EQ(show(get(command, eval(expression))), expected) << command;
+        EXPECT_EQ(show(callOn(command, expression)), expected) << command;
     }
 
     // A negative number read as unsigned: a reply, not an exception; the
     // value is the untouched zero and the error stays set for the host.
     EXPECT_FALSE(errorOccurred());
-    EXPECT_EQ(show(get("pyLongGetDataUInt64", eval("-1"))), "UINT64 1x1: 0");
+    EXPECT_EQ(show(callOn("pyLongGetDataUInt64", "-1")), "UINT64 1x1: 0");
     EXPECT_TRUE(errorOccurred());
     EXPECT_EQ(textOf(call("pyErrorClear")), "success");
     EXPECT_FALSE(errorOccurred());
-    get("pyFloatGetData", eval("'not a number'"));
+    callOn("pyFloatGetData", "'not a number'");
     EXPECT_TRUE(errorOccurred());
     call("pyErrorClear");
     EXPECT_EQ(textOf(call("pyErrorClear")), "success");  // harmless with no error
 
     // Text getters throw for what is no string.
-    EXPECT_THROW(get("pyStringGetData", eval("12")), std::exception);
-    call("pyErrorClear");
+    EXPECT_THROW(callOn("pyStringGetData", "12"), std::exception);
 }
 
 TEST_F(Scalars, TypeTestsAgreeAndLeaveNoError) {
@@ -108,7 +100,7 @@ TEST_F(Scalars, TypeTestsAgreeAndLeaveNoError) {
         const Address object = eval(expression);
         std::vector<std::string> answeredTrue;
         for (const std::string& test : tests) {
-            const vd::Array answer = get(test, object);
+            const vd::Array answer = call(test, {addressArray(object)});
             ASSERT_EQ(answer.getType(), vd::ArrayType::LOGICAL) << test;
             if (truthOf(answer)) {
                 answeredTrue.push_back(test);

@@ -8,11 +8,7 @@ using namespace vxtest;
 
 namespace {
 
-class Tables : public ::testing::Test {
-  protected:
-    void SetUp() override { startSystemPython(); }
-    vd::ArrayFactory f;
-
+struct Tables : SessionTest {
     // A table marker: columns as (field name, data), labels by position.
     vd::Array table(const std::vector<std::pair<std::string, vd::Array>>& columns,
                     const std::vector<std::string>& labels, const std::string& rowLabel = "") {
