@@ -59,10 +59,8 @@ TEST(Door, BuiltinsAnswerWithCharArraysAndUnknownNamesFail) {
     }
     EXPECT_THROW(call("ChangeCurrentWorkingFolder"), std::invalid_argument);
     EXPECT_EQ(textOf(call("Ping")), "success");
-}
 
-TEST(Door, ChangeCurrentWorkingFolderAnswersSuccessOrAClearFailure) {
-    startSystemPython();
+    // ChangeCurrentWorkingFolder answers success, or fails clearly.
     vd::ArrayFactory f;
     EXPECT_EQ(textOf(call("ChangeCurrentWorkingFolder", {f.createCharArray(std::string("/tmp"))})),
               "success");
@@ -76,10 +74,8 @@ TEST(Door, ChangeCurrentWorkingFolderAnswersSuccessOrAClearFailure) {
 
     EXPECT_THROW(call("ChangeCurrentWorkingFolder", {dbl(3)}), std::invalid_argument);
     EXPECT_EQ(textOf(call("Ping")), "success");  // the Python thread lives on
-}
 
-TEST(Door, OneElementReplyWithZeroOutputsAndNullSlots) {
-    startSystemPython();
+    // One element of reply, with zero outputs asked for and with null slots.
     std::vector<vd::Array> out{dbl(7), dbl(8)};
     feval_dispatcher("Ping", 0, out.data(), 0, nullptr);
     EXPECT_EQ(textOf(out[0]), "success");              // plhs[0] written though nlhs is 0

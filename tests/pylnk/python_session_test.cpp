@@ -14,9 +14,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class PythonSession : public ::testing::Test {
-  protected:
-    void SetUp() override { startSystemPython(); }
+struct PythonSession : SessionTest {
     zrt::ConsoleCapture console;
 };
 
@@ -32,7 +30,7 @@ TEST_F(PythonSession, StartRequestDecidesPathAndExecutable) {
                   "', False, 'QorPrinter', 1, True)");
 }
 
-TEST_F(PythonSession, PrintsReachTheConsoleInOrderAndIntact) {
+TEST_F(PythonSession, PrintsReachTheConsoleInOrderAndIntactFromAnyThread) {
     exec("import sys\nprint('caf\\u00e9 \\u03b1\\u03b2 \\U0001F600')");
     EXPECT_EQ(textOf(call("Ping")), "success");
     exec("sys.stdout.write(b'raw bytes')\nsys.stdout.write('')\nprint('a', 'b', sep='|', end='!')");
@@ -52,11 +50,9 @@ TEST_F(PythonSession, PrintsReachTheConsoleInOrderAndIntact) {
     console.clear();
     exec("print('x\\ud800y', end='')");
     EXPECT_EQ(console.text(), u"x?y");
-}
 
-// A thread of the user's prints while no command is sent (handoff_test
-// counts the ticks of such a thread).
-TEST_F(PythonSession, PythonThreadsRunWhileTheHostSendsNothing) {
+    // A thread of the user's prints while no command is sent (handoff_test
+    // counts the ticks of such a thread).
     exec("import threading\nthreading.Thread(target=lambda: print('from a thread')).start()");
     EXPECT_TRUE(console.waitFor(u"from a thread", 5000ms));
 }

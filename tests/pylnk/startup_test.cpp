@@ -33,7 +33,10 @@ std::string start(const vd::Array& request) {
 
 // Concurrent starts are serialised, and a start while running answers at
 // once with the success token, starting no second consumer of the queue.
+// A request queued before the start is served after it.
 TEST(Startup, ConcurrentAndRepeatedStartsAnswerTheSuccessToken) {
+    auto early = std::async(std::launch::async, [] { return textOf(call("Ping")); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     std::vector<std::future<vd::Array>> starts;
     for (int i = 0; i < 6; ++i) {
         starts.push_back(std::async(std::launch::async, [] {
@@ -43,6 +46,7 @@ TEST(Startup, ConcurrentAndRepeatedStartsAnswerTheSuccessToken) {
     for (auto& s : starts) {
         EXPECT_EQ(show(s.get()), std::string("CHAR 1x31: ") + kSuccess);
     }
+    EXPECT_EQ(early.get(), "success");
     EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(textOf(call("Ping")), "success");
@@ -68,13 +72,13 @@ TEST(Startup, BadRequestsAreRefusedClearlyAndAGoodStartFollows) {
 }
 
 TEST(Startup, FailedLoadsGiveTheEmptyTokenAndLeaveTheWorkerAbleToStart) {
-    EXPECT_EQ(start(withField("library", chars("/no/such/libpython3.11.so"))), kEmpty);
-    // A shared library that is not CPython.
-    EXPECT_EQ(start(withField("library", chars("libz.so.1"))), kEmpty);
-    // A version that does not match the library.
-    EXPECT_EQ(start(withField("version", chars("3.7"))), kEmpty);
-    // A home without a standard library.
-    EXPECT_EQ(start(withField("home", chars("/tmp"))), kEmpty);
+    // No such library, one that is not CPython, a version that does not match
+    // it, a home without a standard library.
+    for (const auto& [name, value] :
+         {std::pair{"library", "/no/such/libpython3.11.so"}, std::pair{"library", "libz.so.1"},
+          std::pair{"version", "3.7"}, std::pair{"home", "/tmp"}}) {
+        EXPECT_EQ(start(withField(name, chars(value))), kEmpty) << value;
+    }
     EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
     EXPECT_EQ(textOf(call("Ping")), "success");
 }
@@ -87,7 +91,6 @@ TEST(Startup, FailedPreparationNamesTheStepAndALaterStartPreparesAgain) {
                 ::testing::HasSubstr("libvxbuffer"));
     // The thread serves the queue: nothing hangs.
     EXPECT_EQ(textOf(call("Ping")), "success");
-    EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
     EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
 }
 
@@ -103,13 +106,6 @@ TEST(Startup, CloseAnswersSuccessAndEverythingBehindItIsDiscarded) {
     vd::Array out;
     interprocess::pylnk::server::libpylnk::feval_dispatcher("_TEST_", 1, &out, 1, &in);
     EXPECT_EQ(textOf(out), "echo");
-}
-
-TEST(Startup, RequestsQueuedBeforeTheStartAreServedAfterIt) {
-    auto early = std::async(std::launch::async, [] { return textOf(call("Ping")); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    startSystemPython();
-    EXPECT_EQ(early.get(), "success");
 }
 
 TEST(Startup, CloseAnswersWhilePythonThreadsStillRun) {

@@ -14,6 +14,11 @@ int main(int argc, char** argv) {
         return 2;
     }
     PythonInstall python{argv[1], argv[2], argv[3], argv[4]};
+    bool passed = true;
+    const auto check = [&passed](const char* step, bool ok) {
+        std::cout << step << ": " << ok << "\n";
+        passed = passed && ok;
+    };
     try {
         const std::string token =
             textOf(call("attemptToStartPython", {startRequest(python, argv[5])}));
@@ -21,8 +26,7 @@ int main(int argc, char** argv) {
         if (token != "vx_success_token_for_oop_python") {
             return 1;
         }
-        const std::string ping = textOf(call("Ping"));
-        std::cout << "Ping: " << ping << "\n";
+        check("Ping", textOf(call("Ping")) == "success");
         for (const char* name :
              {"sys.version", "sys.executable", "sys.prefix", "libvxbuffer.__file__"}) {
             std::cout << name << ": " << strOf(fetch(name)) << "\n";
@@ -31,52 +35,41 @@ int main(int argc, char** argv) {
         vd::ArrayFactory f;
         const Address big =
             addressOf(call("pyCreateLong", {f.createScalar(std::int64_t{-1234567890123})}));
-        const bool numbers = vd::TypedArray<std::int64_t>(call(
-                                 "pyLongGetDataInt64", {addressArray(big)}))[0] == -1234567890123;
+        check("int64 round trip",
+              valueOf<std::int64_t>(call("pyLongGetDataInt64", {addressArray(big)})) ==
+                  -1234567890123);
         vd::Array matrix = f.createArray<double>({2, 3});
         const Address view = addressOf(call("pyCreateMemoryView", {matrix}));
-        const bool zeroCopy = call("pyBufferGetData", {addressArray(view)}).getReadOnlyData() ==
-                              matrix.getReadOnlyData();
-        const std::string text =
-            strOf(invoke(fetch("textwrap.shorten"), {unicode(u"one two three four"), eval("10")}));
+        check("zero-copy buffer", call("pyBufferGetData", {addressArray(view)}).getReadOnlyData() ==
+                                      matrix.getReadOnlyData());
+        release(view);
+        check("textwrap.shorten",
+              strOf(invoke(fetch("textwrap.shorten"),
+                           {unicode(u"one two three four"), eval("10")})) == "one [...]");
         // Introspection reads attributes that may be missing and calls inspect:
         // the version-dependent corners of the bridge.
-        const vd::Array metadata = call("pyGetClassMetaData", {addressArray(fetch("textwrap"))});
-        const vd::Array methods = field(metadata, "methods");
-        const bool described = textOf(field(metadata, "name")) == "module" &&
-                               methods.getNumberOfElements() > 10 && !errorOccurred();
-        const vd::Array result =
-            call("pyGetPropertyValueFast", {addressArray(eval("2.5")), chars("")});
-        const bool fast =
-            static_cast<double>(vd::TypedArray<double>(field(result, "scalarData"))[0]) == 2.5;
-        // Python data back to the host, without NumPy: a module described,
-        // a list read one level deep, dates of a list taken apart.
-        const vd::Array module = call("pyGetModuleMetaData", {addressArray(fetch("textwrap"))});
-        const bool moduleDescribed = textOf(field(module, "name")) == "textwrap" &&
-                                     !field(module, "classes").isEmpty() && !errorOccurred();
-        const vd::Array cells = call("pyConvertSequenceToCell", {addressArray(eval("[1.5, 'x']"))});
-        const bool listRead = cells.getNumberOfElements() == 2;
-        const vd::Array dates = call(
-            "pyDatetimeGetData",
-            {addressArray(eval("[__import__('datetime').datetime(2024, 2, 29, 10, 30, 15, 250000),"
-                               " __import__('datetime').datetime(1969, 7, 20)]"))});
-        const vd::Array years = field(field(dates, "VELTRAPyHost_pyDatetimeListData"), "year");
-        const bool datesRead =
-            valuesOf<std::int64_t>(years) == std::vector<std::int64_t>{2024, 1969};
-        std::cout << "int64 round trip: " << numbers << ", zero-copy buffer: " << zeroCopy
-                  << ", textwrap.shorten: " << text << ", class metadata: " << described
-                  << ", object result: " << fast << ", module metadata: " << moduleDescribed
-                  << ", list: " << listRead << ", dates: " << datesRead << "\n";
-        release(view);
-        const std::string closed = textOf(call("pyClose"));
-        std::cout << "pyClose: " << closed << "\n";
-        const std::string after = textOf(call("Ping"));
-        std::cout << "after pyClose: " << after << "\n";
-        return ping == "success" && closed == "success" && numbers && zeroCopy &&
-                       text == "one [...]" && described && fast && moduleDescribed && listRead &&
-                       datesRead && after == "vx_discard_token_for_oop_python"
-                   ? 0
-                   : 1;
+        const vd::Array metadata = callOn("pyGetClassMetaData", "__import__('textwrap')");
+        check("class metadata", textOf(field(metadata, "name")) == "module" &&
+                                    field(metadata, "methods").getNumberOfElements() > 10 &&
+                                    !errorOccurred());
+        check("object result",
+              valueOf<double>(field(callOn("pyGetPropertyValueFast", "2.5", {chars("")}),
+                                    "scalarData")) == 2.5);
+        // Python data back to the host, without NumPy.
+        const vd::Array module = callOn("pyGetModuleMetaData", "__import__('textwrap')");
+        check("module metadata", textOf(field(module, "name")) == "textwrap" &&
+                                     !field(module, "classes").isEmpty() && !errorOccurred());
+        check("list", callOn("pyConvertSequenceToCell", "[1.5, 'x']").getNumberOfElements() == 2);
+        const vd::Array dates =
+            callOn("pyDatetimeGetData",
+                   "[__import__('datetime').datetime(2024, 2, 29, 10, 30, 15, 250000),"
+                   " __import__('datetime').datetime(1969, 7, 20)]");
+        check("dates",
+              valuesOf<std::int64_t>(field(field(dates, "VELTRAPyHost_pyDatetimeListData"),
+                                           "year")) == std::vector<std::int64_t>{2024, 1969});
+        check("pyClose", textOf(call("pyClose")) == "success");
+        check("discard after pyClose", textOf(call("Ping")) == "vx_discard_token_for_oop_python");
+        return passed ? 0 : 1;
     } catch (const std::exception& e) {
         std::cout << "failed: " << e.what() << "\n";
         return 1;
