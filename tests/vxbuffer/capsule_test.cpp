@@ -63,11 +63,10 @@ class Capsule : public ::testing::Test {
         Ref result = eval(expression);
         return result != nullptr && PyObject_IsTrue(result.get()) == 1;
     }
-    // Whether the statement raises that exception (caught in Python).
+    // Whether the statement raises that exception; clears it.
     bool raises(const std::string& statement, const std::string& exception) {
-        exec("try:\n    " + statement + "\nexcept " + exception +
-             ":\n    raised = True\nelse:\n    raised = False\n");
-        return truth("raised");
+        Ref result(PyRun_String(statement.c_str(), Py_file_input, globals(), globals()));
+        return result == nullptr && pending(exception);
     }
     void bind(const char* name, PyObject* value) {
         ASSERT_EQ(PyDict_SetItemString(globals(), name, value), 0);
