@@ -8,7 +8,7 @@ namespace {
 using namespace api;
 using BridgeDataFrameTest = PythonTest;
 
-TEST_F(BridgeDataFrameTest, FramesComeApartColumnByColumn) {
+TEST_F(BridgeDataFrameTest, FramesComeApartColumnByColumnAndTheResetSharesTheirData) {
     run("import pandas\n");
     PyHolder series = evaluate(
         "pandas.Series(['x', None, 'z'], index=pandas.Index([10, 20, 30], name='k'), name='s')");
@@ -43,11 +43,11 @@ TEST_F(BridgeDataFrameTest, FramesComeApartColumnByColumn) {
     EXPECT_THROW(dataframe::pySetDataFrameColumnLabel(frame.get(), evaluate("('a', 'b')")),
                  InternalPyException);
     EXPECT_TRUE(exception::pyErrorOccurred()) << "the default rule: the error stays set";
-}
 
-// The reset shares the columns' data and leaves the caller's frame as it was.
-TEST_F(BridgeDataFrameTest, ResetSharesTheColumnsData) {
-    run("import numpy, pandas\n"
+    exception::pyErrorClear();
+
+    // The reset shares the columns' data and leaves the caller's frame as it was.
+    run("import numpy\n"
         "frame = pandas.DataFrame({'a': [1.5, 2.5]}, index=pandas.Index([7, 8], name='k'))\n");
     PyHolder reset = dataframe::pyResetIndexOfDataFrame(evaluate("frame").get());
     mapping::pyMappingSetKey(fetch::fetch(u"__main__.__dict__").get(),

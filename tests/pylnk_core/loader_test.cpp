@@ -24,10 +24,6 @@ struct BadRequest {
     loader::LoadStatus expected;
 };
 
-std::ostream& operator<<(std::ostream& out, const BadRequest& request) {
-    return out << request.name;
-}
-
 class BridgeFailedStartTest : public ::testing::TestWithParam<BadRequest> {};
 
 // A refused start leaves no half-initialised library behind, even one that

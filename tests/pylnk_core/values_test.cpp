@@ -22,7 +22,7 @@ TEST_F(BridgeValueTest, FetchResolvesBuiltinsClassAttributesAndSubmodulesOfAlias
     EXPECT_FALSE(exception::pyErrorOccurred());
 }
 
-TEST_F(BridgeValueTest, BuiltinTestsTakeTheExactTypeAndNoOldNames) {
+TEST_F(BridgeValueTest, BuiltinTestsTakeTheExactTypeAndTypesHaveClassNames) {
     PyHolder one = evaluate("1");
     EXPECT_FALSE(primitive::pyIsInt(one.get())) << "the narrow path never applies";
     EXPECT_TRUE(object::pyIsBuiltin(one.get(), "int"));
@@ -31,12 +31,19 @@ TEST_F(BridgeValueTest, BuiltinTestsTakeTheExactTypeAndNoOldNames) {
     EXPECT_TRUE(type::pyTypeIsBuiltin(evaluate("bool").get(), "bool"));
     EXPECT_FALSE(type::pyTypeIsBuiltin(evaluate("str").get(), "unicode"));
     EXPECT_FALSE(type::pyTypeIsBuiltin(evaluate("int").get(), "long"));
+    EXPECT_EQ(type::pyTypeVXName(evaluate("type(int | str)").get()), "py.types.UnionType");
+    EXPECT_EQ(object::pyGetVXClassName(evaluate("__import__('datetime').timedelta()").get()),
+              "py.datetime.timedelta");
+    EXPECT_TRUE(type::pyTypeImplementsCollection(evaluate("list").get(), "MutableSequence"));
+    EXPECT_FALSE(type::pyTypeImplementsCollection(evaluate("tuple").get(), "MutableSequence"));
+    EXPECT_TRUE(type::pyTypeIsPandasSeries(evaluate("__import__('pandas').Series").get()));
+    EXPECT_TRUE(object::pyInspect(evaluate("len"), "isbuiltin"));
 }
 
 TEST_F(BridgeValueTest, MappingItemsOfAClassDictionary) {
-    run("class Sample:\n    first = 1\n    second = 2\n");
+    run("class Sample:\n    first = 1\n    second = 2\n"
+        "def public(items):\n    return [i for i in items if not i[0].startswith('__')]\n");
     PyHolder classDict = evaluate("Sample.__dict__");
-    run("def public(items):\n    return [i for i in items if not i[0].startswith('__')]\n");
     PyHolder items = mapping::pyMappingGetItems(classDict.get());
     EXPECT_EQ(str(object::pyInvoke(evaluate("public").get(), {items}, {}).get()),
               "[('first', 1), ('second', 2)]");
@@ -88,16 +95,6 @@ TEST_F(BridgeValueTest, DatesAndDurations) {
                       .get()),
               "(2, 3) datetime64[ms] 2024-01-01T00:00:00.000 2024-01-02T03:04:05.006")
         << "filled in column-major order";
-}
-
-TEST_F(BridgeValueTest, ClassNamesAndCollections) {
-    EXPECT_EQ(type::pyTypeVXName(evaluate("type(int | str)").get()), "py.types.UnionType");
-    EXPECT_EQ(object::pyGetVXClassName(evaluate("__import__('datetime').timedelta()").get()),
-              "py.datetime.timedelta");
-    EXPECT_TRUE(type::pyTypeImplementsCollection(evaluate("list").get(), "MutableSequence"));
-    EXPECT_FALSE(type::pyTypeImplementsCollection(evaluate("tuple").get(), "MutableSequence"));
-    EXPECT_TRUE(type::pyTypeIsPandasSeries(evaluate("__import__('pandas').Series").get()));
-    EXPECT_TRUE(object::pyInspect(evaluate("len"), "isbuiltin"));
 }
 
 }  // namespace

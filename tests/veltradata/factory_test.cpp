@@ -17,23 +17,7 @@ class FactoryTest : public ::testing::Test {
     standalone::ArrayFactory factory;
 };
 
-TEST_F(FactoryTest, ScalarsAreOneByOneOfTheValueType) {
-    auto check = [](const Array& a, ArrayType type) {
-        EXPECT_EQ(a.getType(), type);
-        EXPECT_EQ(a.getDimensions(), (std::vector<std::size_t>{1, 1}));
-    };
-    check(factory.createScalar(true), ArrayType::LOGICAL);
-    check(factory.createScalar(2.5), ArrayType::DOUBLE);
-    check(factory.createScalar(std::int64_t{-3}), ArrayType::INT64);
-    check(factory.createScalar(std::uint64_t{3}), ArrayType::UINT64);
-    check(factory.createScalar(7LL), ArrayType::INT64);
-    check(factory.createScalar(7), ArrayType::INT32);
-    check(factory.createScalar(std::complex<double>(1, 2)), ArrayType::COMPLEX_DOUBLE);
-    check(factory.createScalar("text"), ArrayType::VELTRA_STRING);
-    EXPECT_FALSE(VELTRAString(factory.createScalar(VELTRAString())[0]).has_value());
-}
-
-TEST_F(FactoryTest, ShapesFreshContentsAndCells) {
+TEST_F(FactoryTest, ScalarsShapesFreshContentsAndCells) {
     EXPECT_EQ(Array().getNumberOfElements(), 0u);
     EXPECT_EQ(Array().getType(), ArrayType::DOUBLE);
     EXPECT_EQ(factory.createEmptyArray().getDimensions(), (std::vector<std::size_t>{0, 0}));
@@ -61,10 +45,23 @@ TEST_F(FactoryTest, ShapesFreshContentsAndCells) {
     EXPECT_TRUE(three[1].sharesDataWith(Array(cell[1])));
     EXPECT_THROW(factory.createCellArray({2, 2}, three), InvalidDimensionsException);
     EXPECT_THROW(factory.createCellArray({1, 2}, three), InvalidDimensionsException);
-    EXPECT_EQ(factory.createCellArray({1, 1}, {Array()}).getNumberOfElements(), 1u);
+
+    auto check = [](const Array& a, ArrayType type) {
+        EXPECT_EQ(a.getType(), type);
+        EXPECT_EQ(a.getDimensions(), (std::vector<std::size_t>{1, 1}));
+    };
+    check(factory.createScalar(true), ArrayType::LOGICAL);
+    check(factory.createScalar(2.5), ArrayType::DOUBLE);
+    check(factory.createScalar(std::int64_t{-3}), ArrayType::INT64);
+    check(factory.createScalar(std::uint64_t{3}), ArrayType::UINT64);
+    check(factory.createScalar(7LL), ArrayType::INT64);
+    check(factory.createScalar(7), ArrayType::INT32);
+    check(factory.createScalar(std::complex<double>(1, 2)), ArrayType::COMPLEX_DOUBLE);
+    check(factory.createScalar("text"), ArrayType::VELTRA_STRING);
+    EXPECT_FALSE(VELTRAString(factory.createScalar(VELTRAString())[0]).has_value());
 }
 
-TEST_F(FactoryTest, ArrayFromBufferTakesItOverWithoutCopy) {
+TEST_F(FactoryTest, ArrayFromBufferTakesItOverWithoutCopyAndReordersRowMajorData) {
     auto buffer = factory.createBuffer(ArrayType::DOUBLE, 6);
     auto* values = static_cast<double*>(buffer.get());
     for (int i = 0; i < 6; ++i) {
@@ -80,7 +77,6 @@ TEST_F(FactoryTest, ArrayFromBufferTakesItOverWithoutCopy) {
     TypedArray<double> again = factory.createArrayFromBuffer<double>({6}, std::move(released));
     EXPECT_EQ(again.getReadOnlyData(), raw);
 
-    // Raw pointer form.
     void* rawBuffer = nullptr;
     void (*deleter)(void*) = nullptr;
     factory.createBuffer(&rawBuffer, &deleter, static_cast<int>(ArrayType::INT32), 2);
@@ -95,6 +91,17 @@ TEST_F(FactoryTest, ArrayFromBufferTakesItOverWithoutCopy) {
     TypedArray<bool> flags = factory.createArrayFromBuffer(
         {1, 3}, ArrayType::LOGICAL, std::unique_ptr<void, void (*)(void*)>(bytes, &std::free));
     EXPECT_EQ(std::memcmp(flags.getReadOnlyData(), "\0\1\1", 3), 0);
+
+    auto cube = factory.createBuffer<double>(24);
+    for (int i = 0; i < 24; ++i) {
+        cube[i] = i;  // row-major: (i, j, k) at 12 i + 4 j + k
+    }
+    TypedArray<double> c =
+        factory.createArrayFromBuffer<double>({2, 3, 4}, std::move(cube), MemoryLayout::ROW_MAJOR);
+    for (std::size_t k = 0; k < 24; ++k) {
+        const std::size_t i = k % 2, j = k / 2 % 3, l = k / 6;  // column-major position k
+        EXPECT_EQ(double(c[k]), double(12 * i + 4 * j + l));
+    }
 }
 
 TEST_F(FactoryTest, BadBuffersAreRefused) {
@@ -126,19 +133,6 @@ TEST_F(FactoryTest, BadBuffersAreRefused) {
     TypedArray<VELTRAString> s =
         factory.createArrayFromBuffer<VELTRAString>({1, 2}, std::move(strings));
     EXPECT_EQ(std::u16string(s[0][1]), u"b");
-}
-
-TEST_F(FactoryTest, RowMajorBuffersAreReordered) {
-    auto cube = factory.createBuffer<double>(24);
-    for (int i = 0; i < 24; ++i) {
-        cube[i] = i;  // row-major: (i, j, k) at 12 i + 4 j + k
-    }
-    TypedArray<double> c =
-        factory.createArrayFromBuffer<double>({2, 3, 4}, std::move(cube), MemoryLayout::ROW_MAJOR);
-    for (std::size_t k = 0; k < 24; ++k) {
-        const std::size_t i = k % 2, j = k / 2 % 3, l = k / 6;  // column-major position k
-        EXPECT_EQ(double(c[k]), double(12 * i + 4 * j + l));
-    }
 }
 
 }  // namespace

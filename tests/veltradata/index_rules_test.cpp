@@ -22,7 +22,7 @@ class IndexRulesTest : public ::testing::Test {
     }
 };
 
-TEST_F(IndexRulesTest, OneIndexIsStorageOrderAndTwoAreRowAndColumn) {
+TEST_F(IndexRulesTest, OneIndexIsStorageOrderTwoAreRowAndColumnAndMoreFoldTheRest) {
     TypedArray<double> m = counting({2, 3});
     for (std::size_t k = 0; k < 6; ++k) {
         EXPECT_EQ(double(m[k]), double(k));
@@ -36,12 +36,10 @@ TEST_F(IndexRulesTest, OneIndexIsStorageOrderAndTwoAreRowAndColumn) {
     double x = untyped[1][1];
     EXPECT_EQ(x, 3.0);
     EXPECT_THROW(untyped[0].operator float(), InvalidArrayTypeException);
-}
 
-// The last subscript spans the remaining dimensions; subscripts past the
-// last dimension range over 1, so a row vector walks with [0][j] and a
-// column vector does not.
-TEST_F(IndexRulesTest, MoreSubscriptsFoldTheRemainingDimensions) {
+    // The last subscript spans the remaining dimensions; subscripts past the
+    // last dimension range over 1, so a row vector walks with [0][j] and a
+    // column vector does not.
     TypedArray<double> a = counting({2, 3, 4});
     EXPECT_EQ(double(a[1][2][3]), 1 + 2 * 2 + 3 * 6.0);
     EXPECT_EQ(double(a[1][11]), 1 + 2 * 11.0);

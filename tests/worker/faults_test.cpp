@@ -31,13 +31,6 @@ std::string endOf(Call&& call) {
     return failureOf<vxpy::WorkerEnded>(call);
 }
 
-// Runs statements on a thread of its own; the future holds how that call ended.
-std::future<std::string> pendingExec(vxpy::Session& session, const std::string& statements) {
-    return std::async(std::launch::async, [&session, statements] {
-        return endOf([&] { Python(session).exec(statements); });
-    });
-}
-
 struct StartedSession {
     vxtest::Console console;
     std::unique_ptr<vxpy::Session> session;
@@ -49,7 +42,20 @@ struct StartedSession {
     }
 };
 
-TEST(WorkerFaults, ACrashInsidePythonEndsEveryPendingAndLaterCallUntilRestart) {
+// A call on a thread of its own that prints the marker and then works (by
+// default sleeps) in Python, once the marker is shown; the future holds how
+// that call ended.
+std::future<std::string> busy(StartedSession& s, const std::string& marker,
+                              const std::string& work = "import time\ntime.sleep(60)") {
+    const std::string statements = "print('" + marker + "', flush=True)\n" + work + "\n";
+    auto call = std::async(std::launch::async, [&session = *s.session, statements] {
+        return endOf([&] { Python(session).exec(statements); });
+    });
+    EXPECT_TRUE(s.console.waitFor(marker));
+    return call;
+}
+
+TEST(WorkerFaults, ACrashAKillAndAnExitEndEveryPendingAndLaterCallUntilRestart) {
     StartedSession s;
     vxpy::Session& session = *s.session;
     const int firstPid = session.pid();
@@ -57,9 +63,7 @@ TEST(WorkerFaults, ACrashInsidePythonEndsEveryPendingAndLaterCallUntilRestart) {
     // one call sleeps in Python and another waits behind it in the queue.
     Python(session).exec(
         "import ctypes, threading\nthreading.Timer(1.0, ctypes.string_at, (0,)).start()\n");
-    auto sleeping =
-        pendingExec(session, "import time\nprint('asleep', flush=True)\ntime.sleep(60)\n");
-    ASSERT_TRUE(s.console.waitFor("asleep"));
+    auto sleeping = busy(s, "asleep");
     auto queued =
         std::async(std::launch::async, [&] { return endOf([&] { session.call("Ping", {}); }); });
 
@@ -80,14 +84,8 @@ TEST(WorkerFaults, ACrashInsidePythonEndsEveryPendingAndLaterCallUntilRestart) {
               "Error: not started: call start() before sending 'Ping'");
     session.start(systemPython());
     EXPECT_EQ(vd::CharArray(session.call("Ping", {}).at(0)).toAscii(), "success");
-}
 
-TEST(WorkerFaults, AKillFromOutsideAndAnExitFromPythonCarryTheirStatus) {
-    StartedSession s;
-    vxpy::Session& session = *s.session;
-    auto sleeping =
-        pendingExec(session, "import time\nprint('asleep', flush=True)\ntime.sleep(60)\n");
-    ASSERT_TRUE(s.console.waitFor("asleep"));
+    sleeping = busy(s, "asleep again");
     ASSERT_EQ(::kill(session.pid(), SIGKILL), 0);
     EXPECT_THAT(sleeping.get(), HasSubstr("was killed by signal SIGKILL (9)"));
 
@@ -126,9 +124,7 @@ TEST(WorkerFaults, CloseAndTheDestructorEndTheWorkerWhateverItIsDoing) {
         // the waiting call learns that the worker is gone.
         StartedSession s;
         const int pid = s.session->pid();
-        auto spinning =
-            pendingExec(*s.session, "print('spinning', flush=True)\nwhile True: pass\n");
-        ASSERT_TRUE(s.console.waitFor("spinning"));
+        auto spinning = busy(s, "spinning", "while True: pass");
         s.session.reset();
         EXPECT_FALSE(processExists(pid));
         EXPECT_THAT(spinning.get(), HasSubstr("pid " + std::to_string(pid)));

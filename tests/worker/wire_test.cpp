@@ -23,14 +23,14 @@ using vxtest::bytesOf;
 using vxtest::sameArray;
 namespace vd = foundation::veltradata;
 
-FrameHeader headerOf(const std::vector<std::byte>& bytes) {
+// The frame with its header changed.
+template <class Change>
+std::vector<std::byte> withHeader(std::vector<std::byte> bytes, Change change) {
     FrameHeader header;
     std::memcpy(&header, bytes.data(), sizeof header);
-    return header;
-}
-
-void setHeader(std::vector<std::byte>& bytes, const FrameHeader& header) {
+    change(header);
     std::memcpy(bytes.data(), &header, sizeof header);
+    return bytes;
 }
 
 // The message of the WireError that decoding throws; "no failure" when none is.
@@ -104,21 +104,14 @@ TEST(WireFormat, DecoderRefusesBrokenFrames) {
     longer.push_back(std::byte{0});
     EXPECT_THROW(decodeFrame(longer), WireError);
 
-    auto withHeader = [&](auto change) {
-        std::vector<std::byte> bytes = good;
-        FrameHeader header = headerOf(bytes);
-        change(header);
-        setHeader(bytes, header);
-        return refusal(bytes);
-    };
-    EXPECT_THAT(withHeader([](FrameHeader& h) { h.magic = 0x12345678; }), HasSubstr("magic"));
-    EXPECT_THAT(withHeader([](FrameHeader& h) { h.version = kWireVersion + 1; }),
+    const auto header = [&](auto change) { return refusal(withHeader(good, change)); };
+    EXPECT_THAT(header([](FrameHeader& h) { h.magic = 0x12345678; }), HasSubstr("magic"));
+    EXPECT_THAT(header([](FrameHeader& h) { h.version = kWireVersion + 1; }),
                 HasSubstr("version 2"));
-    EXPECT_THAT(withHeader([](FrameHeader& h) { h.kind = 99; }), HasSubstr("kind 99"));
-    EXPECT_THAT(withHeader([](FrameHeader& h) { h.dataBytes = kMaxFrameBytes; }),
-                HasSubstr("limit"));
+    EXPECT_THAT(header([](FrameHeader& h) { h.kind = 99; }), HasSubstr("kind 99"));
+    EXPECT_THAT(header([](FrameHeader& h) { h.dataBytes = kMaxFrameBytes; }), HasSubstr("limit"));
     // Lengths that disagree with each other: the description absorbs one data byte.
-    EXPECT_NE(withHeader([](FrameHeader& h) {
+    EXPECT_NE(header([](FrameHeader& h) {
                   h.metaBytes += 1;
                   h.dataBytes -= 1;
               }),
@@ -137,10 +130,11 @@ std::vector<std::byte> handMade(const std::vector<std::uint64_t>& words32and64,
         const auto* raw = reinterpret_cast<const std::byte*>(&word);
         bytes.insert(bytes.end(), raw, raw + 8);
     }
-    FrameHeader header = headerOf(bytes);
-    header.metaBytes = bytes.size() - sizeof header;
-    header.dataBytes = dataBytes;
-    setHeader(bytes, header);
+    const std::uint64_t metaBytes = bytes.size() - sizeof(FrameHeader);
+    bytes = withHeader(std::move(bytes), [&](FrameHeader& h) {
+        h.metaBytes = metaBytes;
+        h.dataBytes = dataBytes;
+    });
     bytes.resize(bytes.size() + dataBytes);
     return bytes;
 }
@@ -223,10 +217,6 @@ TEST(WireFormat, SocketCarriesLargeFramesAndRefusesClaimsBeyondTheLimit) {
     EXPECT_THROW(receiveFrame(pair[1]), ConnectionClosed);
     ::close(pair[1]);
 }
-
-}  // namespace
-
-namespace {
 
 // The fuzzer's seeds are real frames of the current version (rewrite them with
 // build/tests/vx_wire_seeds tests/worker/fuzz/corpus after a format change).

@@ -27,6 +27,12 @@ vd::Array counting(std::vector<std::size_t> dims) {
     return values;
 }
 
+// One 2 by 2 array of each type, appended in the order given.
+template <class... T>
+void countingOf(std::vector<vd::Array>& out) {
+    (out.push_back(counting<T>({2, 2})), ...);
+}
+
 }  // namespace
 
 std::vector<vd::Array> everyKindOfArray() {
@@ -51,44 +57,29 @@ std::vector<vd::Array> everyKindOfArray() {
     vd::EnumArray enums = f.createArray(vd::ArrayType::ENUM, {1, 2});
     enums[0] = vd::Enumeration("red");
 
-    return {
-        deep,
-        counting<bool>({3, 2}),
-        f.createCharArray(u"char \u00e9\U0001F600"),
-        f.createCharArray(std::string()),
-        strings,
-        counting<double>({2, 3, 4}),
-        counting<float>({5, 1}),
-        counting<std::int8_t>({1, 7}),
-        counting<std::uint8_t>({2, 2}),
-        counting<std::int16_t>({2, 2}),
-        counting<std::uint16_t>({2, 2}),
-        counting<std::int32_t>({2, 2}),
-        counting<std::uint32_t>({2, 2}),
-        counting<std::int64_t>({2, 2}),
-        counting<std::uint64_t>({2, 2}),
-        counting<std::complex<double>>({2, 2}),
-        counting<std::complex<float>>({2, 2}),
-        counting<std::complex<std::int8_t>>({2, 2}),
-        counting<std::complex<std::uint8_t>>({2, 2}),
-        counting<std::complex<std::int16_t>>({2, 2}),
-        counting<std::complex<std::uint16_t>>({2, 2}),
-        counting<std::complex<std::int32_t>>({2, 2}),
-        counting<std::complex<std::uint32_t>>({2, 2}),
-        counting<std::complex<std::int64_t>>({2, 2}),
-        counting<std::complex<std::uint64_t>>({2, 2}),
-        f.createArray(vd::ArrayType::DOUBLE, {0, 0}),
-        f.createArray(vd::ArrayType::INT32, {3, 0, 2}),
-        f.createArray(vd::ArrayType::VELTRA_STRING, {0, 4}),
-        f.createArray(vd::ArrayType::LOGICAL, {1, 1, 1, 5}),
-        f.createArray(vd::ArrayType::SINGLE, {2, 1, 3, 1, 2}),
-        objects,
-        handles,
-        enums,
-        f.createArray(vd::ArrayType::SPARSE_DOUBLE, {4, 5}),
-        f.createArray(vd::ArrayType::SPARSE_LOGICAL, {0, 2}),
-        f.createArray(vd::ArrayType::SPARSE_COMPLEX_DOUBLE, {1, 1}),
-    };
+    std::vector<vd::Array> all = {deep,
+                                  counting<bool>({3, 2}),
+                                  f.createCharArray(u"char \u00e9\U0001F600"),
+                                  f.createCharArray(std::string()),
+                                  strings,
+                                  counting<double>({2, 3, 4}),
+                                  counting<float>({5, 1}),
+                                  counting<std::int8_t>({1, 7})};
+    countingOf<std::uint8_t, std::int16_t, std::uint16_t, std::int32_t, std::uint32_t, std::int64_t,
+               std::uint64_t>(all);
+    countingOf<std::complex<double>, std::complex<float>, std::complex<std::int8_t>,
+               std::complex<std::uint8_t>, std::complex<std::int16_t>, std::complex<std::uint16_t>,
+               std::complex<std::int32_t>, std::complex<std::uint32_t>, std::complex<std::int64_t>,
+               std::complex<std::uint64_t>>(all);
+    all.insert(all.end(), {f.createArray(vd::ArrayType::DOUBLE, {0, 0}),
+                           f.createArray(vd::ArrayType::INT32, {3, 0, 2}),
+                           f.createArray(vd::ArrayType::VELTRA_STRING, {0, 4}),
+                           f.createArray(vd::ArrayType::LOGICAL, {1, 1, 1, 5}),
+                           f.createArray(vd::ArrayType::SINGLE, {2, 1, 3, 1, 2}), objects, handles,
+                           enums, f.createArray(vd::ArrayType::SPARSE_DOUBLE, {4, 5}),
+                           f.createArray(vd::ArrayType::SPARSE_LOGICAL, {0, 2}),
+                           f.createArray(vd::ArrayType::SPARSE_COMPLEX_DOUBLE, {1, 1})});
+    return all;
 }
 
 vd::Array nestedCells(unsigned depth) {
@@ -109,31 +100,29 @@ bool sameArray(const vd::Array& a, const vd::Array& b) {
         return n == 0 ||
                std::memcmp(a.getReadOnlyData(), b.getReadOnlyData(), n * a.getElementSize()) == 0;
     }
-    if (a.getType() == vd::ArrayType::STRUCT) {
-        vd::StructArray x(a), y(b);
-        const std::vector<std::string> names(x.getFieldNames().begin(), x.getFieldNames().end());
-        if (names != std::vector<std::string>(y.getFieldNames().begin(), y.getFieldNames().end())) {
-            return false;
-        }
-        for (std::size_t k = 0; k < n; ++k) {
-            for (const std::string& name : names) {
-                if (!sameArray(x[k][name], y[k][name])) {
-                    return false;
-                }
-            }
-        }
-        return true;
-    }
     const int code = static_cast<int>(a.getType());
     if (code >= 30 && code <= 32) {  // sparse: a shape only
         return true;
     }
-    // Strings, cells and the object types, element by element.
+    // Structs field by field; strings, cells and the object types element by element.
     return vd::visit(a, [&](const auto& x) {
         using View = std::decay_t<decltype(x)>;
         const View y(b);
         if constexpr (std::is_same_v<View, vd::StructArray>) {
-            return false;  // handled above
+            const std::vector<std::string> names(x.getFieldNames().begin(),
+                                                 x.getFieldNames().end());
+            if (names !=
+                std::vector<std::string>(y.getFieldNames().begin(), y.getFieldNames().end())) {
+                return false;
+            }
+            for (std::size_t k = 0; k < n; ++k) {
+                for (const std::string& name : names) {
+                    if (!sameArray(x[k][name], y[k][name])) {
+                        return false;
+                    }
+                }
+            }
+            return true;
         } else if constexpr (std::is_same_v<decltype(*x.begin()), const vd::Array&>) {
             return std::equal(x.begin(), x.end(), y.begin(), sameArray);
         } else {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -31,25 +32,52 @@ std::string clientFailureOf(F&& action) {
 }
 
 // Debian's interpreter (NumPy and pandas), as the client finds it.
-const vxpy::Interpreter& systemPython();
+inline const vxpy::Interpreter& systemPython() {
+    static const vxpy::Interpreter python = vxpy::Interpreter::find("/usr/bin/python3");
+    return python;
+}
 
 class Python {
   public:
     explicit Python(vxpy::Session& session) : session_(session) {}
 
-    vd::Array one(const std::string& command, const std::vector<vd::Array>& args = {});
-    vd::Array unicode(const std::string& text);
-    vd::Array tuple(const std::vector<vd::Array>& items);
-    vd::Array builtin(const std::string& name);
-    vd::Array invoke(const vd::Array& callable, const std::vector<vd::Array>& args);
+    vd::Array one(const std::string& command, const std::vector<vd::Array>& args = {}) {
+        return session_.call(command, args).at(0);
+    }
+    vd::Array unicode(const std::string& text) {
+        return one("pyCreateUnicode", {vd::ArrayFactory().createCharArray(text)});
+    }
+    vd::Array builtin(const std::string& name) {
+        return one("pyGetMember",
+                   {one("pyCreateBuiltinModule"), vd::ArrayFactory().createCharArray(name)});
+    }
+    vd::Array invoke(const vd::Array& callable, const std::vector<vd::Array>& args) {
+        vd::ArrayFactory f;
+        const vd::Array tuple = one("pyCreateTuple", {f.createScalar(std::uint64_t{args.size()})});
+        for (std::size_t i = 0; i < args.size(); ++i) {
+            one("pyTupleSet", {tuple, f.createScalar(std::uint64_t{i}), args[i]});
+        }
+        return one("pyInvoke", {callable, tuple});
+    }
     // Statements / an expression in one namespace per Python object.
-    void exec(const std::string& statements);
-    vd::Array eval(const std::string& expression);
+    void exec(const std::string& statements) {
+        invoke(builtin("exec"), {unicode(statements), globals()});
+    }
+    vd::Array eval(const std::string& expression) {
+        return invoke(builtin("eval"), {unicode(expression), globals()});
+    }
     // str() of the object.
-    std::string str(const vd::Array& object);
+    std::string str(const vd::Array& object) {
+        return vd::CharArray(one("pyUnicodeGetData", {one("pyStr", {object})})).toAscii();
+    }
 
   private:
-    vd::Array globals();
+    vd::Array globals() {
+        if (globals_.isEmpty()) {
+            globals_ = one("pyCreateDict");
+        }
+        return globals_;
+    }
     vxpy::Session& session_;
     vd::Array globals_;
 };
@@ -57,11 +85,26 @@ class Python {
 // A console that keeps what it is given.
 class Console {
   public:
-    std::function<void(std::string_view)> sink();
-    std::string text() const;
+    std::function<void(std::string_view)> sink() {
+        return [this](std::string_view text) {
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                text_ += text;
+            }
+            changed_.notify_all();
+        };
+    }
+    std::string text() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return text_;
+    }
     // True once the text contains needle (false after the timeout).
     bool waitFor(const std::string& needle,
-                 std::chrono::milliseconds timeout = std::chrono::seconds(30)) const;
+                 std::chrono::milliseconds timeout = std::chrono::seconds(30)) const {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, timeout,
+                                 [&] { return text_.find(needle) != std::string::npos; });
+    }
 
   private:
     mutable std::mutex mutex_;
