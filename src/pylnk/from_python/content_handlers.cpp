@@ -46,10 +46,7 @@ vd::Array numberOf(python::pyArray* item, bool& complex) {
     }
     if (primitive::pyIsComplex(item)) {
         complex = true;
-        double re = 0;
-        double im = 0;
-        primitive::pyComplexGetData(item, &re, &im);
-        return factory.createScalar(std::complex<double>(re, im));
+        return complexScalarOf(item);
     }
     return factory.createScalar(u"");
 }

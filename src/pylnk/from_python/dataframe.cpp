@@ -105,10 +105,7 @@ std::optional<vd::Array> copiedNumber(python::pyArray* item, FailedRead failedRe
         return factory.createScalar(primitive::pyFloatGetData(item));
     }
     if (primitive::pyIsComplex(item)) {
-        double re = 0;
-        double im = 0;
-        primitive::pyComplexGetData(item, &re, &im);
-        return factory.createScalar(std::complex<double>(re, im));
+        return complexScalarOf(item);
     }
     if (primitive::pyIsBool(item)) {
         return factory.createScalar(primitive::pyBoolGetData(item));

@@ -50,12 +50,16 @@ vd::Array scalarDataOf(python::pyArray* object) {
         return factory.createScalar(primitive::pyFloatGetData(object));
     }
     if (primitive::pyIsComplex(object)) {
-        double re = 0;
-        double im = 0;
-        primitive::pyComplexGetData(object, &re, &im);
-        return factory.createScalar(std::complex<double>(re, im));
+        return complexScalarOf(object);
     }
     return sharedEmptyText();
+}
+
+vd::Array complexScalarOf(python::pyArray* object) {
+    double re = 0;
+    double im = 0;
+    primitive::pyComplexGetData(object, &re, &im);
+    return vd::ArrayFactory().createScalar(std::complex<double>(re, im));
 }
 
 vd::Array buildObjectResult(H object, MetadataCache& cache) {

@@ -23,4 +23,7 @@ foundation::veltradata::Array buildPropertyResult(H object);
 // included: it stays an object address).
 foundation::veltradata::Array scalarDataOf(python::pyArray* object);
 
+// A Python complex as a 1 by 1 COMPLEX_DOUBLE.
+foundation::veltradata::Array complexScalarOf(python::pyArray* object);
+
 }  // namespace pylnk
