@@ -7,7 +7,7 @@
 #include "service/lifecycle.h"
 #include "service/python_thread.h"
 #include "service/request_queue.h"
-#include "service/spin_wait.h"
+#include "service/hand_off_waits.h"
 
 namespace interprocess::pylnk::server::libpylnk {
 

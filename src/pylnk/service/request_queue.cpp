@@ -1,6 +1,6 @@
 #include "service/request_queue.h"
 
-#include "service/spin_wait.h"
+#include "service/hand_off_waits.h"
 
 namespace pylnk {
 

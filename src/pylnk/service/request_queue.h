@@ -33,7 +33,7 @@ struct RequestQueue {
     // Appends a copy at the back and wakes the Python thread (after unlocking).
     void push(const FevalRequest& request);
     // Takes the request at the front; waits for one if there is none, first
-    // spinning briefly (spin_wait.h), then asleep on the condition variable.
+    // spinning briefly (hand_off_waits.h), then asleep on the condition variable.
     FevalRequest pop();
 };
 

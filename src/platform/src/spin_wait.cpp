@@ -1,4 +1,4 @@
-#include "service/spin_wait.h"
+#include "foundation/msg_svc/spin_wait.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,27 +8,9 @@
 #include <cstring>
 #include <thread>
 
-namespace pylnk {
+namespace foundation::msg_svc::threadutil {
 
 namespace {
-
-#if VX_SPIN_WAIT
-// Measured on two cores (bench_roundtrip, bench_worker). A small command
-// answers within about a microsecond of its push; waking a sleeping thread
-// takes 5 to 45 µs here, by the machine's state. So a caller's 50 cover a
-// small command even when the Python thread first has to wake up, and a
-// longer command costs the caller at most 50 µs of spinning. Between two
-// commands the Python thread waits for what the host does with the reply:
-// about a microsecond in process; two socket hand-offs when the host is
-// another process (a _TEST_ round trip, 11 to 30 µs, up to some 60 µs while
-// wake-ups are slow), which its 100 cover. Idle, both sides sleep after at
-// most that long.
-constexpr std::chrono::microseconds kRequestSpinLimit{100};
-constexpr std::chrono::microseconds kReplySpinLimit{50};
-#else
-constexpr std::chrono::microseconds kRequestSpinLimit{0};
-constexpr std::chrono::microseconds kReplySpinLimit{0};
-#endif
 
 SpinWait::Clock::rep ticks(SpinWait::Clock::time_point when) {
     return when.time_since_epoch().count();
@@ -80,26 +62,7 @@ Crowding& crowding() {
     return *instance;
 }
 
-// Each side knows the other, to tell whether it was asleep.
-struct HandOffWaits {
-    SpinWait request{kRequestSpinLimit, reply};
-    SpinWait reply{kReplySpinLimit, request};
-};
-
-HandOffWaits& handOffWaits() {
-    static auto* const waits = new HandOffWaits;  // never destroyed, like the queue
-    return *waits;
-}
-
 }  // namespace
-
-SpinWait& requestWait() {
-    return handOffWaits().request;
-}
-
-SpinWait& replyWait() {
-    return handOffWaits().reply;
-}
 
 bool SpinWait::spinningPays(Clock::time_point now) const {
     static const bool severalCores = std::thread::hardware_concurrency() > 1;
@@ -121,4 +84,4 @@ void SpinWait::missed(Clock::time_point now) {
     nextPause_.store(std::min(2 * pause, kLongestPause.count()), std::memory_order_relaxed);
 }
 
-}  // namespace pylnk
+}  // namespace foundation::msg_svc::threadutil
