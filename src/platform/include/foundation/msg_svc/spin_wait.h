@@ -122,8 +122,8 @@ class SpinWait {
     void missed(Clock::time_point now);
 
     const std::chrono::nanoseconds limit_;
-    Counter& asleep_;             // threads of this side in sleep()
-    const Counter& otherAsleep_;  // the same of the other side
+    Counter& asleep_;                                         // threads of this side in sleep()
+    const Counter& otherAsleep_;                              // the same of the other side
     std::atomic<Clock::rep> sleepUntil_{0};                   // this side spins again from then on
     std::atomic<Clock::rep> nextPause_{kFirstPause.count()};  // after the next miss
 };

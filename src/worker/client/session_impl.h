@@ -1,0 +1,28 @@
+// The inside of a Session: its options and the connection to its current
+// worker. Objects of the session keep the connection of the worker that
+// made them, never the Session itself.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "connection.h"
+#include "vxpy/client.h"
+
+namespace vxpy {
+
+class Session::Impl {
+  public:
+    Options options;
+    mutable std::mutex mutex;  // guards connection and closed
+    std::shared_ptr<detail::Connection> connection;
+    bool closed = false;
+
+    // The current worker's connection; Error once the session is closed.
+    std::shared_ptr<detail::Connection> current() const;
+
+    void close(std::optional<std::chrono::milliseconds> limit);
+};
+
+}  // namespace vxpy
