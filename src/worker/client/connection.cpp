@@ -9,12 +9,12 @@
 #include <cstring>
 
 #include "process.h"
+#include "transport/descriptors.h"
 
 namespace vxpy::detail {
 
 namespace vd = foundation::veltradata;
 using std::chrono::milliseconds;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -28,18 +28,15 @@ void writeToStandardOutput(std::string_view text) {
 }  // namespace
 
 Connection::Connection(const Options& options)
-    : console_(options.console ? options.console : writeToStandardOutput) {
+    : console_(options.console ? options.console : writeToStandardOutput),
+      transport_(options.transport) {
     int pair[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
         throw Error(std::string("cannot make the connection to the worker: ") +
                     std::strerror(errno));
     }
     fd_ = pair[0];
-    wakeFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     try {
-        if (wakeFd_ < 0) {
-            throw Error(std::string("cannot make an eventfd: ") + std::strerror(errno));
-        }
         detail::SpawnOptions spawnOptions;
         spawnOptions.passAsFd3 = pair[1];
         spawnOptions.ownGroup = true;
@@ -47,20 +44,17 @@ Connection::Connection(const Options& options)
     } catch (...) {
         ::close(pair[0]);
         ::close(pair[1]);
-        if (wakeFd_ >= 0) {
-            ::close(wakeFd_);
-        }
         throw;
     }
     ::close(pair[1]);
     try {
         greet(options.worker);
     } catch (...) {
+        channel_.reset();
         ::close(fd_);
-        ::close(wakeFd_);
         throw;
     }
-    reader_ = std::thread([this] { backgroundReader(); });
+    watcher_ = std::thread([this] { watch(); });
 }
 
 void Connection::greet(const std::string& worker) {
@@ -71,17 +65,58 @@ void Connection::greet(const std::string& worker) {
                     std::to_string(kGreetingTimeout.count() / 1000) + " s and " +
                     detail::reap(pid_, milliseconds(0)));
     }
+    std::optional<transport::Segment> segment;
+    const bool shared = transport_ == Transport::SharedMemory;
+    if (shared) {
+        try {
+            segment.emplace(transport::Segment::create());
+        } catch (const std::exception& error) {
+            detail::reap(pid_, milliseconds(0));
+            throw Error(std::string("shared memory cannot be had here (") + error.what() +
+                        "); Options::transport = Transport::Socket connects without it");
+        }
+    }
+    const int nudge = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (nudge < 0) {
+        detail::reap(pid_, milliseconds(0));
+        throw Error(std::string("cannot make an eventfd: ") + std::strerror(errno));
+    }
     try {
-        const wire::Frame hello = wire::receiveFrame(fd_);
+        wire::SocketStream socket(fd_);
+        const wire::Frame hello = wire::receiveFrame(socket);
         if (hello.kind != wire::FrameKind::Hello) {
             throw wire::WireError("its first frame is not a greeting");
         }
-        wire::sendFrame(fd_, wire::helloFrame(static_cast<std::uint64_t>(::getpid())));
+        wire::sendFrame(socket, wire::helloFrame(static_cast<std::uint64_t>(::getpid()),
+                                                 shared ? wire::FrameFlags::kSharedMemory : 0));
+        transport::PassedRecord record;
+        record.what = static_cast<std::uint32_t>(shared ? transport::Passed::Segment
+                                                        : transport::Passed::Nudge);
+        std::vector<int> fds;
+        if (shared) {
+            fds.push_back(segment->fd());
+        }
+        fds.push_back(nudge);
+        record.count = static_cast<std::uint32_t>(fds.size());
+        if (!transport::passDescriptors(fd_, record, fds)) {
+            throw wire::ConnectionClosed("the worker closed the connection");
+        }
     } catch (const wire::ConnectionClosed&) {
+        ::close(nudge);
         throw Error(who + " ended before it was ready: it " + detail::reap(pid_, kEndGrace));
     } catch (const wire::WireError& error) {
+        ::close(nudge);
         throw Error(who + " cannot be used: " + error.what() + "; it " +
                     detail::reap(pid_, milliseconds(0)));
+    }
+    nudge_ = nudge;
+    if (shared) {
+        // Large buffers of this process go where the worker can map them.
+        foundation::veltradata::shared_memory::enable();
+        channel_ = transport::sharedMemoryChannel(fd_, std::move(*segment), nudge,
+                                                  transport::Side::Client);
+    } else {
+        channel_ = transport::socketChannel(fd_, nudge);
     }
 }
 
@@ -91,224 +126,185 @@ Reply Connection::call(const std::string& name, const Reply& args, std::size_t n
         throw Error("'" + name + "' asks for " + std::to_string(nlhs) + " outputs; at most " +
                     std::to_string(wire::kMaxOutputs) + " can be asked for");
     }
+    const auto deadline = limit ? Clock::now() + *limit : Clock::time_point::max();
+    std::unique_lock<std::timed_mutex> calling(callMutex_, std::defer_lock);
+    if (!limit) {
+        calling.lock();
+    } else if (!calling.try_lock_until(deadline)) {
+        throw Error("no answer to '" + name + "' within " + std::to_string(limit->count()) + " ms");
+    }
+    if (!alive()) {
+        throwEnded();
+    }
     const std::uint64_t id = nextId_.fetch_add(1);
     std::optional<wire::OutFrame> frame;
     try {
-        frame.emplace(wire::requestFrame(id, name, nlhs, args));
+        frame.emplace(wire::requestFrame(id, name, nlhs, args, channel_->exchange()));
     } catch (const wire::WireError& error) {
         throw Error("the arguments of '" + name + "' cannot be sent: " + error.what());
     }
-    const auto slot = std::make_shared<Slot>();
-    bool takeRoleBack = false;
-    {
-        Lock lock(mutex_);
-        if (ended_ || endSeen_) {
-            callers_.wait(lock, [&] { return ended_.has_value(); });
-            throw WorkerEnded(*ended_);
-        }
-        pending_.emplace(id, slot);
-        ++inFlight_;
-        takeRoleBack = backgroundReading_;
-    }
-    if (takeRoleBack) {
-        const std::uint64_t one = 1;
-        [[maybe_unused]] const ssize_t written = ::write(wakeFd_, &one, sizeof one);
-    }
-    send(*frame);
-
-    const auto deadline = limit ? Clock::now() + *limit : Clock::time_point::max();
-    Lock lock(mutex_);
-    while (!slot->done) {
-        if (mayRead() && Clock::now() < deadline) {
-            reading_ = true;
-            lock.unlock();
-            pollfd ready{fd_, POLLIN, 0};
-            const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now());
-            if (!limit || ::poll(&ready, 1, static_cast<int>(left.count()) + 1) > 0) {
-                readOne();
+    std::optional<Reply> reply;
+    std::exception_ptr failure;
+    try {
+        channel_->send(*frame);
+        frame.reset();
+        while (!reply && !failure) {
+            if (limit && !channel_->await(deadline)) {
+                // Its answer, when it comes, is dropped by whoever reads next.
+                throw Error("no answer to '" + name + "' within " + std::to_string(limit->count()) +
+                            " ms");
             }
-            lock.lock();
-            reading_ = false;
-            callers_.notify_all();
-        } else if (Clock::now() >= deadline) {
-            pending_.erase(id);
-            callEnded();
-            throw Error("no answer to '" + name + "' within " + std::to_string(limit->count()) +
-                        " ms");
-        } else if (limit) {
-            callers_.wait_until(lock, deadline);
-        } else {
-            callers_.wait(lock);
+            wire::Frame answer = channel_->receive();
+            switch (answer.kind) {
+                case wire::FrameKind::Reply:
+                case wire::FrameKind::Failure:
+                    if (answer.id > id) {
+                        throw wire::WireError("an answer to a request not yet sent");
+                    }
+                    if (answer.id < id) {
+                        break;  // a call that gave up waiting
+                    }
+                    if (answer.kind == wire::FrameKind::Reply) {
+                        reply = std::move(answer.arrays);
+                    } else {
+                        failure = std::make_exception_ptr(
+                            CommandError(std::move(answer.type), answer.message));
+                    }
+                    break;
+                default:
+                    if (!showPrint(answer)) {
+                        throw wire::WireError("a frame of kind " +
+                                              std::to_string(static_cast<unsigned>(answer.kind)) +
+                                              " that a worker never sends");
+                    }
+            }
         }
+    } catch (const wire::ConnectionClosed&) {
+        connectionEnded("", milliseconds(graceMs_.load()));
+        throwEnded();
+    } catch (const wire::WireError& error) {
+        // Bad input: the connection cannot be trusted any further.
+        connectionEnded(std::string("sent a bad frame (") + error.what() + ") and ",
+                        milliseconds(0));
+        throwEnded();
     }
-    callEnded();
-    if (slot->error) {
-        std::rethrow_exception(slot->error);
+    calling.unlock();
+    drainIfPending();
+    if (failure) {
+        std::rethrow_exception(failure);
     }
-    return std::move(slot->value);
+    return std::move(*reply);
 }
 
 void Connection::post(const std::string& name, const Reply& args) {
-    const std::uint64_t id = nextId_.fetch_add(1);
+    if (!alive()) {
+        return;
+    }
     std::optional<wire::OutFrame> frame;
     try {
-        frame.emplace(wire::requestFrame(id, name, 1, args));
+        frame.emplace(wire::requestFrame(nextId_.fetch_add(1), name, 1, args, channel_->exchange(),
+                                         wire::FrameFlags::kNoReply));
     } catch (const wire::WireError& error) {
         throw Error("the arguments of '" + name + "' cannot be sent: " + error.what());
     }
-    auto slot = std::make_shared<Slot>();
-    slot->discard = true;
-    {
-        Lock lock(mutex_);
-        if (ended_ || endSeen_) {
-            return;
-        }
-        pending_.emplace(id, std::move(slot));
-    }
-    send(*frame);
-}
-
-void Connection::callEnded() {
-    if (--inFlight_ == 0 && backgroundWaits_) {
-        background_.notify_one();  // the background reader may take the role again
-    }
-}
-
-void Connection::backgroundReader() {
-    Lock lock(mutex_);
-    for (;;) {
-        backgroundWaits_ = true;
-        background_.wait(lock,
-                         [&] { return stopping_ || endSeen_ || (mayRead() && inFlight_ == 0); });
-        backgroundWaits_ = false;
-        if (stopping_ || endSeen_) {
-            break;
-        }
-        // A moment's grace, undisturbed: a host that sends call after call
-        // keeps the role, and the background reader stays out of its way.
-        lock.unlock();
-        std::this_thread::sleep_for(std::chrono::microseconds(500));
-        lock.lock();
-        if (stopping_ || endSeen_ || !mayRead() || inFlight_ != 0) {
-            continue;
-        }
-        reading_ = backgroundReading_ = true;
-        lock.unlock();
-        pollfd ready[2] = {{fd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}};
-        while (::poll(ready, 2, -1) < 0 && errno == EINTR) {
-        }
-        if (ready[0].revents != 0) {
-            readOne();
-        } else {
-            std::uint64_t count;
-            [[maybe_unused]] const ssize_t drained = ::read(wakeFd_, &count, sizeof count);
-        }
-        lock.lock();
-        reading_ = backgroundReading_ = false;
-        callers_.notify_all();
-    }
-    if (!endSeen_) {
-        // end() with nobody reading: the end of the connection is seen here.
-        endSeen_ = true;
-        lock.unlock();
-        connectionEnded("", milliseconds(graceMs_.load()));
-        lock.lock();
-    }
-    callers_.wait(lock, [&] { return ended_.has_value(); });
-}
-
-void Connection::readOne() {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (endSeen_) {
-            return;
-        }
-    }
-    std::string how;
-    milliseconds grace{0};
     try {
-        wire::Frame frame = wire::receiveFrame(fd_);
-        deliver(frame);
-        return;
-    } catch (const wire::ConnectionClosed&) {
-        grace = milliseconds(graceMs_.load());
-    } catch (const std::exception& error) {
-        // Bad input: the connection cannot be trusted any further.
-        how = std::string("sent a bad frame (") + error.what() + ") and ";
+        channel_->send(*frame);
+    } catch (const std::exception&) {
+        // The worker is gone: the watcher sees the end.
     }
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (endSeen_) {
-            return;
-        }
-        endSeen_ = true;
-    }
-    connectionEnded(how, grace);
 }
 
-void Connection::deliver(wire::Frame& frame) {
-    switch (frame.kind) {
-        case wire::FrameKind::Reply:
-        case wire::FrameKind::Failure: {
-            std::lock_guard<std::mutex> lock(mutex_);
-            const auto found = pending_.find(frame.id);
-            if (found == pending_.end()) {
-                return;  // a call that gave up waiting
-            }
-            Slot& slot = *found->second;
-            if (slot.discard) {
-                pending_.erase(found);
-                return;
-            }
-            if (frame.kind == wire::FrameKind::Reply) {
-                slot.value = std::move(frame.arrays);
-            } else {
-                slot.error = std::make_exception_ptr(CommandError(frame.type, frame.message));
-            }
-            slot.done = true;
-            pending_.erase(found);
-            callers_.notify_all();
-            return;
-        }
-        case wire::FrameKind::Print: {
-            const std::u16string text = vd::CharArray(frame.arrays[0]).toUTF16();
-            try {
-                console_(vd::utf16ToUtf8(text, vd::IllFormedText::Replace));
-            } catch (...) {
-                // A failing console loses the text, never the session.
-            }
-            send(wire::printDoneFrame(frame.id));
-            return;
-        }
-        default:
+bool Connection::showPrint(const wire::Frame& frame) {
+    if (frame.kind != wire::FrameKind::Print) {
+        return false;
+    }
+    const std::u16string text = vd::CharArray(frame.arrays[0]).toUTF16();
+    try {
+        console_(vd::utf16ToUtf8(text, vd::IllFormedText::Replace));
+    } catch (...) {
+        // A failing console loses the text, never the session.
+    }
+    channel_->acknowledgePrint(frame.id);
+    return true;
+}
+
+void Connection::drain() {
+    while (channel_->readable()) {
+        wire::Frame frame = channel_->receive();
+        const bool stale =
+            frame.kind == wire::FrameKind::Reply || frame.kind == wire::FrameKind::Failure;
+        if (!stale && !showPrint(frame)) {
             throw wire::WireError("a frame of kind " +
                                   std::to_string(static_cast<unsigned>(frame.kind)) +
                                   " that a worker never sends");
+        }
     }
 }
 
-void Connection::send(const wire::OutFrame& frame) {
-    std::lock_guard<std::mutex> lock(writeMutex_);
-    try {
-        wire::sendFrame(fd_, frame);
-    } catch (const wire::WireError&) {
-        // The worker is gone: whoever reads next sees the end.
+void Connection::drainIfPending() {
+    while (drainPending_.exchange(false)) {
+        std::unique_lock<std::timed_mutex> calling(callMutex_, std::try_to_lock);
+        if (!calling.owns_lock()) {
+            // Another call holds it now and reads on its own; it drains on its way out.
+            drainPending_.store(true);
+            return;
+        }
+        try {
+            drain();
+        } catch (const wire::ConnectionClosed&) {
+            connectionEnded("", milliseconds(graceMs_.load()));
+        } catch (const wire::WireError& error) {
+            connectionEnded(std::string("sent a bad frame (") + error.what() + ") and ",
+                            milliseconds(0));
+        }
+    }
+}
+
+void Connection::watch() {
+    pollfd watched[2] = {{fd_, POLLRDHUP, 0}, {nudge_, POLLIN, 0}};
+    for (;;) {
+        while (::poll(watched, 2, -1) < 0 && errno == EINTR) {
+        }
+        if ((watched[0].revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) {
+            connectionEnded("", milliseconds(graceMs_.load()));
+            return;
+        }
+        if ((watched[1].revents & POLLIN) != 0) {
+            std::uint64_t count;
+            [[maybe_unused]] const ssize_t drained = ::read(nudge_, &count, sizeof count);
+            drainPending_.store(true);
+            drainIfPending();
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (stopping_ || endSeen_) {
+            return;
+        }
     }
 }
 
 void Connection::connectionEnded(const std::string& how, milliseconds grace) {
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (endSeen_) {
+            // Someone else reaps; the end is known once they have.
+            endedChanged_.wait(lock, [&] { return ended_.has_value(); });
+            return;
+        }
+        endSeen_ = true;
+    }
+    channel_->close();
     ::shutdown(fd_, SHUT_RDWR);
     const std::string reason =
         "the worker (pid " + std::to_string(pid_) + ") " + how + detail::reap(pid_, grace);
     std::lock_guard<std::mutex> lock(mutex_);
     ended_ = reason;
-    for (auto& [id, slot] : pending_) {
-        slot->error = std::make_exception_ptr(WorkerEnded(reason));
-        slot->done = true;
-    }
-    pending_.clear();
-    callers_.notify_all();
-    background_.notify_one();
+    endedChanged_.notify_all();
+}
+
+void Connection::throwEnded() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    endedChanged_.wait(lock, [&] { return ended_.has_value(); });
+    throw WorkerEnded(*ended_);
 }
 
 void Connection::end(milliseconds grace) {
@@ -321,17 +317,21 @@ void Connection::end(milliseconds grace) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         stopping_ = true;
-        background_.notify_one();
     }
-    // Whoever reads sees the end; the worker sees it too and ends.
+    // The watcher sees the end at once; so does the worker, which ends.
     ::shutdown(fd_, SHUT_RDWR);
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(wakeFd_, &one, sizeof one);
-    if (reader_.joinable()) {
-        reader_.join();
+    if (watcher_.joinable()) {
+        watcher_.join();
     }
+    connectionEnded("", grace);  // already done by the watcher, or done here
+}
+
+Connection::~Connection() {
+    end(kEndGrace);
+    // Only now: until here an object of the session may still call, and be
+    // told that its worker has ended.
+    channel_.reset();
     ::close(fd_);
-    ::close(wakeFd_);
 }
 
 }  // namespace vxpy::detail

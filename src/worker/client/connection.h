@@ -1,5 +1,18 @@
 // One worker process and the connection to it: the client's inside, shared
 // by the Session and the objects that a session hands out.
+//
+// Threads:
+//  - a call holds the call mutex from its request to its reply, and reads
+//    the connection itself while it waits: its reply needs no hand-off
+//    between threads, and a print that comes meanwhile is shown on the
+//    waiting thread. The worker answers calls one at a time anyway.
+//  - a post (an answer nobody waits for) only writes; it never waits for a
+//    call in flight.
+//  - the watcher sleeps on the socket (and, with shared memory, on the
+//    worker's print nudge). It sees the worker's end at once and fails every
+//    waiting and later call with WorkerEnded; and it shows prints that come
+//    while no call waits (it reads only when it gets the call mutex; else
+//    the call that holds it shows them, or reads them on its way out).
 #pragma once
 
 #include <sys/types.h>
@@ -15,11 +28,10 @@
 #include <string>
 #include <string_view>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
+#include "transport/channel.h"
 #include "vxpy/client.h"
-#include "wire/wire_codec.h"
 
 namespace vxpy::detail {
 
@@ -28,17 +40,10 @@ using Reply = std::vector<foundation::veltradata::Array>;
 // How long a worker may take to end once its connection is closed.
 inline constexpr std::chrono::milliseconds kEndGrace{5000};
 
-// Whoever waits for a frame reads it: a call that waits for its reply holds
-// the reading role itself, so that its reply needs no hand-off between
-// threads; replies for other calls, and Python's printing, are delivered by
-// whichever thread reads them. While no call is in flight the background
-// reader holds the role, so that printing from Python threads is shown at
-// once; a call that begins takes the role from it through an eventfd.
-// When the worker ends, every waiting and every later call gets WorkerEnded.
 class Connection {
   public:
     explicit Connection(const Options& options);
-    ~Connection() { end(kEndGrace); }
+    ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -46,8 +51,8 @@ class Connection {
     Reply call(const std::string& name, const Reply& args, std::size_t nlhs,
                std::optional<std::chrono::milliseconds> limit = std::nullopt);
 
-    // Sends a request whose answer nobody waits for: it is dropped when it
-    // comes, failure or not. Requests run in the order they are sent, so the
+    // Sends a request whose answer nobody waits for: the worker sends none,
+    // failure or not. Requests run in the order they are sent, so the
     // worker has served it before any request sent after it. Nothing is sent
     // once the worker is gone. Throws Error for arguments that cannot be sent.
     void post(const std::string& name, const Reply& args);
@@ -57,6 +62,7 @@ class Connection {
     void end(std::chrono::milliseconds grace);
 
     pid_t pid() const { return pid_; }
+    Transport transport() const { return transport_; }
     bool alive() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return !endSeen_;
@@ -72,52 +78,45 @@ class Connection {
     std::atomic<bool> started{false};
 
   private:
-    struct Slot {
-        bool done = false;
-        bool discard = false;  // posted: nobody waits for it
-        Reply value;
-        std::exception_ptr error;
-    };
-    using Lock = std::unique_lock<std::mutex>;
+    using Clock = std::chrono::steady_clock;
 
     void greet(const std::string& worker);
-    void backgroundReader();
-    // With the reading role: reads and delivers one frame, or sees the end.
-    void readOne();
-    void deliver(wire::Frame& frame);
-    void send(const wire::OutFrame& frame);
-    // Once, by whoever sees the connection end: reaps the worker and fails
-    // every pending call.
+    void watch();
+    // With the call mutex: shows prints and drops stale answers until
+    // nothing waits to be read.
+    void drain();
+    // After the call mutex is given up: reads what the watcher could not.
+    void drainIfPending();
+    // Shows a print; false for a frame that is not one.
+    bool showPrint(const wire::Frame& frame);
+    // Once, by whoever sees the connection end first: reaps the worker,
+    // fails every pending and later call. `how` says what went wrong, if
+    // the worker did not just end.
     void connectionEnded(const std::string& how, std::chrono::milliseconds grace);
-    bool mayRead() const { return !reading_ && !endSeen_; }
-    // With the lock: one call less in flight.
-    void callEnded();
+    [[noreturn]] void throwEnded();
 
-    std::function<void(std::string_view)> console_;
+    const std::function<void(std::string_view)> console_;
+    const Transport transport_;
     pid_t pid_ = -1;
     int fd_ = -1;
-    int wakeFd_ = -1;  // tells the background reader to give up the role
-    std::mutex writeMutex_;
+    std::unique_ptr<transport::Channel> channel_;
+    int nudge_ = -1;  // shared memory: the worker raises it after a print
 
-    mutable std::mutex mutex_;  // guards everything below
-    // Callers wait here for their reply or for the reading role.
-    std::condition_variable callers_;
-    // The background reader waits here until no call is in flight.
-    std::condition_variable background_;
-    bool backgroundWaits_ = false;
-    std::unordered_map<std::uint64_t, std::shared_ptr<Slot>> pending_;
-    int inFlight_ = 0;
-    bool reading_ = false;            // a thread holds the reading role
-    bool backgroundReading_ = false;  // ... and it is the background reader
-    bool stopping_ = false;           // end() was called
-    bool endSeen_ = false;            // someone saw the connection end
+    std::timed_mutex callMutex_;
+    std::atomic<std::uint64_t> nextId_{1};
+    std::atomic<bool> drainPending_{false};
+
+    mutable std::mutex mutex_;  // guards what follows
+    std::condition_variable endedChanged_;
+    std::condition_variable callReleased_;
+    bool stopping_ = false;  // end() was called
+    bool endSeen_ = false;   // someone saw the connection end and reaps the worker
     std::optional<std::string> ended_;
 
-    std::atomic<std::uint64_t> nextId_{1};
     std::atomic<std::int64_t> graceMs_{kEndGrace.count()};
     std::mutex endMutex_;
     bool endDone_ = false;
-    std::thread reader_;
+    std::thread watcher_;
 };
 
 }  // namespace vxpy::detail

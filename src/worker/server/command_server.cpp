@@ -2,27 +2,22 @@
 
 #include <cxxabi.h>
 #include <poll.h>
-#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <boost/core/demangle.hpp>
 #include <cstdio>
 #include <exception>
-#include <system_error>
 #include <thread>
 #include <vector>
+
+#include "transport/descriptors.h"
 
 namespace vxpy::worker {
 
 namespace vd = foundation::veltradata;
+namespace sm = foundation::veltradata::shared_memory;
 
 namespace {
-
-// How long a request may be served before another thread reads on. Only a
-// print needs the host's answer at once, and it calls that thread at once.
-// Further requests would wait for the Python thread anyway, and the end of
-// the connection may be seen that much later.
-constexpr std::chrono::milliseconds kStandByDelay{2};
 
 // Room beyond nlhs for a reply longer than asked for: the library writes as
 // many arrays as its reply holds.
@@ -50,139 +45,100 @@ std::pair<std::string, std::string> describeCurrentException() {
 
 }  // namespace
 
-CommandServer::CommandServer(int fd, Dispatcher dispatcher)
-    : fd_(fd),
-      dispatcher_(dispatcher),
-      timerFd_(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
-    if (timerFd_ < 0) {
-        throw std::system_error(errno, std::generic_category(), "timerfd_create");
-    }
-}
+CommandServer::CommandServer(int fd, Dispatcher dispatcher) : fd_(fd), dispatcher_(dispatcher) {}
 
 void CommandServer::run() {
     try {
-        send(wire::helloFrame(static_cast<std::uint64_t>(::getpid())));
-    } catch (const wire::WireError&) {
+        greet();
+    } catch (const wire::ConnectionClosed&) {
         end(kExitConnectionClosed);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vxpy-worker: cannot set up the connection: %s\n", error.what());
+        end(kExitBadFrame);
     }
-    serveLoop();
-}
-
-void CommandServer::serveLoop() {
-    for (;;) {
-        wire::Frame request = nextRequest();
-        vacate();
-        serve(request);
-        if (!reclaim()) {
-            awaitTheReaderRole();
-        }
-    }
-}
-
-wire::Frame CommandServer::nextRequest() {
+    std::thread([this] { watch(); }).detach();
     for (;;) {
         wire::Frame frame;
         try {
-            frame = wire::receiveFrame(fd_);
+            frame = channel_->receive();
         } catch (const wire::ConnectionClosed&) {
             end(kExitConnectionClosed);
         } catch (const std::exception& error) {
             std::fprintf(stderr, "vxpy-worker: refused a frame from the host: %s\n", error.what());
             end(kExitBadFrame);
         }
-        if (frame.kind == wire::FrameKind::PrintDone) {
-            {
-                std::lock_guard<std::mutex> lock(printMutex_);
-                lastPrintDone_ = std::max(lastPrintDone_, frame.id);
-            }
-            printDone_.notify_all();
-        } else if (frame.kind == wire::FrameKind::Request) {
-            return frame;
+        if (frame.kind == wire::FrameKind::Request) {
+            serve(frame);
         }
-        // Anything else is the host's Hello: its version was checked on receipt.
+        // Anything else is a late Hello or PrintDone: nothing to do.
     }
 }
 
-void CommandServer::vacate() {
-    std::lock_guard<std::mutex> lock(poolMutex_);
-    vacant_ = true;
-    setTimer(kStandByDelay);
-    if (standingBy_) {
-        return;
+void CommandServer::greet() {
+    wire::SocketStream socket(fd_);
+    wire::sendFrame(socket, wire::helloFrame(static_cast<std::uint64_t>(::getpid())));
+    const wire::Frame hello = wire::receiveFrame(socket);
+    if (hello.kind != wire::FrameKind::Hello) {
+        throw wire::WireError("the host's first frame is not a greeting");
     }
-    standingBy_ = true;
-    if (spareThreads_ > 0) {
-        --spareThreads_;
-        ++spareCalls_;
-        spareWake_.notify_one();
+    const bool shared = (hello.flags & wire::FrameFlags::kSharedMemory) != 0;
+    std::vector<int> fds;
+    const transport::PassedRecord record = transport::receiveDescriptors(fd_, fds);
+    const auto expected = shared ? transport::Passed::Segment : transport::Passed::Nudge;
+    if (record.what != static_cast<std::uint32_t>(expected) || fds.size() != (shared ? 2u : 1u)) {
+        for (const int fd : fds) {
+            ::close(fd);
+        }
+        throw wire::WireError("the host did not pass what its greeting announced");
+    }
+    const int nudge = fds.back();
+    if (!shared) {
+        channel_ = transport::socketChannel(fd_, nudge);
     } else {
-        std::thread([this] {
-            standBy();
-            serveLoop();
-        }).detach();
-    }
-}
-
-bool CommandServer::reclaim() {
-    std::lock_guard<std::mutex> lock(poolMutex_);
-    if (!vacant_) {
-        return false;
-    }
-    vacant_ = false;
-    setTimer(std::chrono::nanoseconds::zero());
-    return true;
-}
-
-void CommandServer::awaitTheReaderRole() {
-    {
-        std::unique_lock<std::mutex> lock(poolMutex_);
-        if (standingBy_) {
-            // Another thread stands by: this one rests until it is called to
-            // stand by in its turn (vacate sets standingBy_ for it).
-            ++spareThreads_;
-            spareWake_.wait(lock, [&] { return spareCalls_ > 0; });
-            --spareCalls_;
-        } else {
-            standingBy_ = true;
+        try {
+            transport::Segment segment = transport::Segment::adopt(fds[0]);
+            // Large buffers of this process go where the host can map them.
+            sm::enable();
+            channel_ = transport::sharedMemoryChannel(fd_, std::move(segment), nudge,
+                                                      transport::Side::Worker);
+        } catch (...) {
+            ::close(nudge);
+            throw;
         }
     }
-    standBy();
+    ready_.store(true, std::memory_order_release);
 }
 
-void CommandServer::standBy() {
+void CommandServer::watch() {
+    // Only the end is watched: the socket's data, if any, is the serving
+    // thread's to read.
+    pollfd socket{fd_, POLLRDHUP, 0};
     for (;;) {
-        pollfd timer{timerFd_, POLLIN, 0};
-        ::poll(&timer, 1, -1);
-        std::uint64_t expirations = 0;
-        [[maybe_unused]] const ssize_t drained = ::read(timerFd_, &expirations, sizeof expirations);
-        // The timer may have fired for a vacancy that its reader has ended
-        // since: then this thread goes on standing by.
-        std::lock_guard<std::mutex> lock(poolMutex_);
-        if (vacant_) {
-            vacant_ = false;
-            standingBy_ = false;
-            return;
+        if (::poll(&socket, 1, -1) > 0 && (socket.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) {
+            end(kExitConnectionClosed);
         }
     }
-}
-
-void CommandServer::setTimer(std::chrono::nanoseconds delay) {
-    // A zero delay disarms the timer and drops an expiry not yet read.
-    itimerspec when{};
-    when.it_value.tv_sec = static_cast<time_t>(delay.count() / 1'000'000'000);
-    when.it_value.tv_nsec = static_cast<long>(delay.count() % 1'000'000'000);
-    ::timerfd_settime(timerFd_, 0, &when, nullptr);
 }
 
 void CommandServer::serve(wire::Frame& request) {
     const std::size_t room = std::max<std::size_t>(request.nlhs, 1) + kSpareOutputs;
     std::vector<vd::Array> plhs(room, untouchedSlot());
+    const bool answer = (request.flags & wire::FrameFlags::kNoReply) == 0;
     try {
         dispatcher_(request.name, request.nlhs, plhs.data(), request.arrays.size(),
                     request.arrays.empty() ? nullptr : request.arrays.data());
     } catch (...) {
         const auto [type, message] = describeCurrentException();
-        send(wire::failureFrame(request.id, type, message));
+        request.arrays.clear();
+        if (answer) {
+            send(wire::failureFrame(request.id, type, message));
+        }
+        return;
+    }
+    // The arguments end before the reply goes, so that what they borrowed
+    // goes back with it.
+    request.arrays.clear();
+    if (!answer) {
         return;
     }
     std::size_t written = 0;
@@ -190,42 +146,34 @@ void CommandServer::serve(wire::Frame& request) {
         ++written;
     }
     plhs.resize(written);
-    request.arrays.clear();  // the arguments are not needed any longer
+    std::optional<wire::OutFrame> reply;
     try {
-        send(wire::replyFrame(request.id, plhs));
+        reply.emplace(wire::replyFrame(request.id, plhs, channel_->exchange()));
     } catch (const wire::WireError& error) {
         send(wire::failureFrame(request.id, "vxpy::wire::WireError",
                                 std::string("the reply cannot be sent: ") + error.what()));
+        return;
     }
+    send(*reply);
 }
 
 void CommandServer::send(const wire::OutFrame& frame) {
-    std::lock_guard<std::mutex> lock(writeMutex_);
     try {
-        wire::sendFrame(fd_, frame);
-    } catch (const wire::WireError&) {
-        // The host is gone; the reading thread sees the end and ends the process.
+        channel_->send(frame);
+    } catch (const std::exception&) {
+        // The host is gone: the watcher ends the process.
     }
 }
 
 void CommandServer::print(const std::u16string& text) {
-    std::uint64_t id;
-    {
-        std::lock_guard<std::mutex> lock(printMutex_);
-        id = nextPrint_++;
+    if (!ready_.load(std::memory_order_acquire)) {
+        return;  // no host to show it to yet
     }
-    {
-        // The host's answer must be read while the command that printed
-        // still runs: the thread that stands by reads on at once.
-        std::lock_guard<std::mutex> lock(poolMutex_);
-        if (vacant_) {
-            setTimer(std::chrono::nanoseconds(1));
-        }
+    try {
+        channel_->print(nextPrint_.fetch_add(1), text);
+    } catch (const std::exception&) {
+        // The host is gone: the watcher ends the process.
     }
-    std::vector<vd::Array> holder;
-    send(wire::printFrame(id, text, holder));
-    std::unique_lock<std::mutex> lock(printMutex_);
-    printDone_.wait(lock, [&] { return lastPrintDone_ >= id; });
 }
 
 void CommandServer::end(int status) {

@@ -1,17 +1,28 @@
-// The worker's command server: serves one host over one connected socket.
-// Requests run on server threads of its own, so that several may be in
-// flight at once; the console's text goes to the host over the same socket.
+// The worker's command server: serves one host over one connection.
+//
+// Threads:
+//  - the serving thread (the process's main thread) reads a request, calls
+//    the library's feval_dispatcher with it, which returns once the Python
+//    thread has answered, and writes the reply. Requests are served one at a
+//    time, in the order they came: the library runs them one at a time
+//    anyway, and a request that waits in the connection costs nothing.
+//  - whichever thread prints (the Python thread, or a Python thread of user
+//    code) writes the print itself and waits until the host has shown it;
+//    it needs no other thread of the worker for that (shared memory: a word
+//    of the segment; socket: it reads the socket itself while the serving
+//    thread is busy).
+//  - the watcher sleeps until the host's end of the socket closes, and then
+//    ends the process at once, whatever the Python thread is doing.
 #pragma once
 
 #include <foundation/veltradata.h>
 
-#include <chrono>
-#include <condition_variable>
+#include <atomic>
 #include <cstdint>
-#include <mutex>
+#include <memory>
 #include <string>
 
-#include "wire/wire_codec.h"
+#include "transport/channel.h"
 
 namespace vxpy::worker {
 
@@ -32,54 +43,26 @@ class CommandServer {
     CommandServer(const CommandServer&) = delete;
     CommandServer& operator=(const CommandServer&) = delete;
 
-    // Greets the host and serves it on the calling thread and on as many
-    // more threads as requests are in flight. Ends the process when the
-    // connection closes (status 0) or the host sends a bad frame (status 4).
+    // Greets the host, sets up the connection it asks for, and serves it on
+    // the calling thread. Ends the process when the connection closes
+    // (status 0) or the host sends a bad frame (status 4).
     [[noreturn]] void run();
 
     // Sends text to the host's console and waits until the host has shown it.
     void print(const std::u16string& text);
 
   private:
-    // Every server thread runs this loop. One thread at a time holds the
-    // reader role: it reads frames and serves each request it reads itself.
-    // While it serves, the role is vacant and another thread stands by on a
-    // timer: a request not served within kStandByDelay, or a print that needs
-    // the host's answer, hands it the role. A request served sooner costs no
-    // hand-off between threads at all.
-    [[noreturn]] void serveLoop();
-    // With the reader role: reads until a request comes.
-    wire::Frame nextRequest();
-    // The reader leaves the role to serve: arms the timer and makes sure a
-    // thread stands by at it.
-    void vacate();
-    // After serving: takes the role back unless another thread has it now.
-    bool reclaim();
-    // Until the role falls to this thread: stands by at the timer, or rests
-    // while another thread does.
-    void awaitTheReaderRole();
-    void standBy();
-    void setTimer(std::chrono::nanoseconds delay);
+    void greet();
+    void watch();
     void serve(wire::Frame& request);
     void send(const wire::OutFrame& frame);
     [[noreturn]] void end(int status);
 
     const int fd_;
     const Dispatcher dispatcher_;
-    const int timerFd_;
-    std::mutex writeMutex_;
-
-    std::mutex poolMutex_;  // guards the state below
-    std::condition_variable spareWake_;
-    bool vacant_ = false;      // the reader serves a request and nobody reads
-    bool standingBy_ = false;  // a thread waits at the timer (or is on its way)
-    int spareThreads_ = 0;     // threads resting until one must stand by
-    int spareCalls_ = 0;       // rested threads called to stand by, not yet awake
-
-    std::mutex printMutex_;
-    std::condition_variable printDone_;
-    std::uint64_t nextPrint_ = 1;
-    std::uint64_t lastPrintDone_ = 0;  // the host answers prints in order
+    std::unique_ptr<transport::Channel> channel_;
+    std::atomic<bool> ready_{false};  // channel_ is set
+    std::atomic<std::uint64_t> nextPrint_{1};
 };
 
 }  // namespace vxpy::worker

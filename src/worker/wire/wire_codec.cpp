@@ -17,7 +17,7 @@ namespace vd = foundation::veltradata;
 namespace {
 
 // The smallest description of one array: type, ndims and two dimensions.
-constexpr std::uint64_t kMinArrayBytes = 4 + 4 + 2 * 8;
+constexpr std::uint64_t kMinArrayBytes = 8 + 2 * 8;
 
 // Bytes per element of the types whose elements travel in the data section
 // (LOGICAL, CHAR, numeric and complex: 1, 2 and 4 to 23), by type value;
@@ -31,25 +31,13 @@ std::size_t blockElementSize(int type) {
     return type >= 0 && type < static_cast<int>(std::size(kSizes)) ? kSizes[type] : 0;
 }
 
-// Types whose elements travel in the description.
-bool describedInMeta(int type) {
-    switch (static_cast<vd::ArrayType>(type)) {
-        case vd::ArrayType::VELTRA_STRING:
-        case vd::ArrayType::CELL:
-        case vd::ArrayType::STRUCT:
-        case vd::ArrayType::VALUE_OBJECT:
-        case vd::ArrayType::HANDLE_OBJECT_REF:
-        case vd::ArrayType::ENUM:
-            return true;
-        default:
-            return false;
-    }
-}
-
-bool isSparse(int type) {
-    return type >= static_cast<int>(vd::ArrayType::SPARSE_LOGICAL) &&
-           type <= static_cast<int>(vd::ArrayType::SPARSE_COMPLEX_DOUBLE);
-}
+// The head of every array in a description.
+struct ArrayHead {
+    std::int32_t type;
+    std::uint16_t ndims;
+    std::uint16_t storage;
+};
+static_assert(sizeof(ArrayHead) == 8);
 
 std::string typeName(int type) {
     return vd::toString(static_cast<vd::ArrayType>(type)) + " (" + std::to_string(type) + ")";
@@ -63,9 +51,10 @@ std::string typeName(int type) {
 
 // --- encoding ----------------------------------------------------------------
 
-OutFrame::OutFrame(FrameKind kind, std::uint64_t id) {
+OutFrame::OutFrame(FrameKind kind, std::uint64_t id, std::uint32_t flags) {
     FrameHeader header;
     header.kind = static_cast<std::uint32_t>(kind);
+    header.flags = flags;
     header.id = id;
     meta_.resize(sizeof header);
     std::memcpy(meta_.data(), &header, sizeof header);
@@ -88,10 +77,10 @@ void OutFrame::putText(std::string_view text) {
     updateHeader();
 }
 
-void OutFrame::putArrays(const std::vector<vd::Array>& arrays) {
+void OutFrame::putArrays(const std::vector<vd::Array>& arrays, BlockExchange* exchange) {
     putU64(arrays.size());
     for (const vd::Array& array : arrays) {
-        putArray(array, 1);
+        putArray(array, 1, exchange);
     }
     updateHeader();
     if (totalBytes() - sizeof(FrameHeader) > kMaxFrameBytes) {
@@ -100,29 +89,37 @@ void OutFrame::putArrays(const std::vector<vd::Array>& arrays) {
     }
 }
 
-void OutFrame::putArray(const vd::Array& array, std::uint32_t depth) {
+void OutFrame::putArray(const vd::Array& array, std::uint32_t depth, BlockExchange* exchange) {
     if (depth > kMaxDepth) {
         fail("arrays nested deeper than " + std::to_string(kMaxDepth) + " levels cannot be sent");
     }
     const int type = static_cast<int>(array.getType());
     const std::vector<std::size_t> dims = array.getDimensions();
-    const std::size_t elementSize = blockElementSize(type);
-    const bool carried = elementSize != 0 || isSparse(type) || describedInMeta(type);
-    if (!carried) {
-        fail("an array of type " + typeName(type) + " cannot be sent");
-    }
     if (dims.size() > kMaxDims) {
         fail("an array of " + std::to_string(dims.size()) + " dimensions cannot be sent (at most " +
              std::to_string(kMaxDims) + ")");
     }
-    const std::uint32_t head[2] = {static_cast<std::uint32_t>(type),
-                                   static_cast<std::uint32_t>(dims.size())};
-    putBytes(head, sizeof head);
+    const std::size_t elementSize = blockElementSize(type);
+    const std::uint64_t bytes = array.getNumberOfElements() * elementSize;
+    std::optional<SharedBlock> shared;
+    if (exchange != nullptr && bytes != 0) {
+        shared = exchange->lend(array, bytes);
+    }
+    const ArrayHead head{type, static_cast<std::uint16_t>(dims.size()),
+                         static_cast<std::uint16_t>(shared ? shared->storage : Storage::Inline)};
+    putBytes(&head, sizeof head);
     for (std::size_t d : dims) {
         putU64(d);
     }
+    if (shared) {
+        putU64(shared->loan);
+        if (shared->storage == Storage::Lent) {
+            putU64(shared->chunk);
+            putU64(shared->offset);
+        }
+        return;
+    }
     if (elementSize != 0) {
-        const std::uint64_t bytes = array.getNumberOfElements() * elementSize;
         if (bytes != 0) {
             blocks_.push_back({const_cast<void*>(array.getReadOnlyData()), bytes});
             dataBytes_ += bytes;
@@ -142,7 +139,7 @@ void OutFrame::putArray(const vd::Array& array, std::uint32_t depth) {
             break;
         case vd::ArrayType::CELL:
             for (const vd::Array& element : vd::TypedArray<vd::Array>(array)) {
-                putArray(element, depth + 1);
+                putArray(element, depth + 1, exchange);
             }
             break;
         case vd::ArrayType::STRUCT: {
@@ -158,7 +155,7 @@ void OutFrame::putArray(const vd::Array& array, std::uint32_t depth) {
             }
             for (const vd::StructElement& element : structs) {
                 for (std::size_t f = 0; f < fieldCount; ++f) {
-                    putArray(element[f], depth + 1);
+                    putArray(element[f], depth + 1, exchange);
                 }
             }
             break;
@@ -178,7 +175,7 @@ void OutFrame::putArray(const vd::Array& array, std::uint32_t depth) {
                 putText(element.getName());
             }
             break;
-        default:  // sparse: a shape without elements
+        default:  // a shape without elements
             break;
     }
 }
@@ -199,22 +196,24 @@ std::vector<iovec> OutFrame::pieces() const {
     return all;
 }
 
-OutFrame helloFrame(std::uint64_t pid) {
-    return OutFrame(FrameKind::Hello, pid);
+OutFrame helloFrame(std::uint64_t pid, std::uint32_t flags) {
+    return OutFrame(FrameKind::Hello, pid, flags);
 }
 
 OutFrame requestFrame(std::uint64_t id, std::string_view name, std::uint64_t nlhs,
-                      const std::vector<vd::Array>& args) {
-    OutFrame frame(FrameKind::Request, id);
+                      const std::vector<vd::Array>& args, BlockExchange* exchange,
+                      std::uint32_t flags) {
+    OutFrame frame(FrameKind::Request, id, flags);
     frame.putText(name);
     frame.putU64(nlhs);
-    frame.putArrays(args);
+    frame.putArrays(args, exchange);
     return frame;
 }
 
-OutFrame replyFrame(std::uint64_t id, const std::vector<vd::Array>& values) {
+OutFrame replyFrame(std::uint64_t id, const std::vector<vd::Array>& values,
+                    BlockExchange* exchange) {
     OutFrame frame(FrameKind::Reply, id);
-    frame.putArrays(values);
+    frame.putArrays(values, exchange);
     return frame;
 }
 
@@ -236,7 +235,25 @@ OutFrame printDoneFrame(std::uint64_t id) {
     return OutFrame(FrameKind::PrintDone, id);
 }
 
+OutFrame noticeFrame(const std::vector<std::uint64_t>& loans,
+                     const std::vector<std::uint64_t>& chunks) {
+    OutFrame frame(FrameKind::Notice, 0);
+    for (const auto* list : {&loans, &chunks}) {
+        frame.putU64(list->size());
+        for (const std::uint64_t value : *list) {
+            frame.putU64(value);
+        }
+    }
+    return frame;
+}
+
 // --- decoding ----------------------------------------------------------------
+
+void ByteStream::readPieces(std::span<iovec> pieces) {
+    for (const iovec& piece : pieces) {
+        read(piece.iov_base, piece.iov_len, false);
+    }
+}
 
 namespace {
 
@@ -251,8 +268,8 @@ struct Target {
 // before anything is allocated for it.
 class MetaReader {
   public:
-    MetaReader(std::span<const std::byte> meta, std::uint64_t dataBytes)
-        : meta_(meta), dataLeft_(dataBytes) {}
+    MetaReader(std::span<const std::byte> meta, std::uint64_t dataBytes, BlockExchange* exchange)
+        : meta_(meta), dataLeft_(dataBytes), exchange_(exchange) {}
 
     std::uint64_t left() const { return meta_.size() - pos_; }
 
@@ -270,6 +287,16 @@ class MetaReader {
         std::string value(reinterpret_cast<const char*>(meta_.data() + pos_), size);
         pos_ += size;
         return value;
+    }
+
+    std::vector<std::uint64_t> numbers() {
+        const std::uint64_t count = u64();
+        checkCount(count, 8, "numbers");
+        std::vector<std::uint64_t> values(count);
+        for (std::uint64_t& value : values) {
+            value = u64();
+        }
+        return values;
     }
 
     std::vector<vd::Array> arrays() {
@@ -313,11 +340,13 @@ class MetaReader {
     }
 
     vd::Array array(std::uint32_t depth);
-    vd::Array blockArray(int type, const std::vector<std::size_t>& dims, std::uint64_t numel);
+    vd::Array blockArray(int type, const std::vector<std::size_t>& dims, std::uint64_t numel,
+                         Storage storage);
 
     std::span<const std::byte> meta_;
     std::size_t pos_ = 0;
     std::uint64_t dataLeft_;
+    BlockExchange* exchange_;
     std::vector<Target> targets_;
     vd::ArrayFactory factory_;
 };
@@ -326,15 +355,20 @@ vd::Array MetaReader::array(std::uint32_t depth) {
     if (depth > kMaxDepth) {
         fail("arrays nested deeper than " + std::to_string(kMaxDepth) + " levels");
     }
-    std::uint32_t head[2];
-    take(head, sizeof head, "an array's type");
-    const int type = static_cast<int>(head[0]);
-    const std::uint32_t ndims = head[1];
-    if (ndims < 2 || ndims > kMaxDims) {
-        fail("an array with " + std::to_string(ndims) + " dimensions (2 to " +
+    ArrayHead head;
+    take(&head, sizeof head, "an array's type");
+    const int type = head.type;
+    if (head.ndims < 2 || head.ndims > kMaxDims) {
+        fail("an array with " + std::to_string(head.ndims) + " dimensions (2 to " +
              std::to_string(kMaxDims) + " allowed)");
     }
-    std::vector<std::size_t> dims(ndims);
+    const auto storage = static_cast<Storage>(head.storage);
+    if (head.storage > static_cast<std::uint16_t>(Storage::Returned) ||
+        (storage != Storage::Inline && blockElementSize(type) == 0)) {
+        fail("an array of type " + typeName(type) + " with storage " +
+             std::to_string(head.storage));
+    }
+    std::vector<std::size_t> dims(head.ndims);
     std::uint64_t numel = 1;
     for (std::size_t& d : dims) {
         d = u64();
@@ -344,7 +378,7 @@ vd::Array MetaReader::array(std::uint32_t depth) {
     }
     const auto kind = static_cast<vd::ArrayType>(type);
     if (blockElementSize(type) != 0) {
-        return blockArray(type, dims, numel);
+        return blockArray(type, dims, numel, storage);
     }
     switch (kind) {
         case vd::ArrayType::VELTRA_STRING: {
@@ -428,36 +462,50 @@ vd::Array MetaReader::array(std::uint32_t depth) {
             return names;
         }
         default:
-            if (isSparse(type)) {
-                return factory_.createArray(kind, dims);
-            }
-            fail("unknown array type code " + std::to_string(type));
+            // UNKNOWN, sparse and values without a type: a shape alone.
+            return factory_.createOpaqueArray(type, dims);
     }
 }
 
 vd::Array MetaReader::blockArray(int type, const std::vector<std::size_t>& dims,
-                                 std::uint64_t numel) {
+                                 std::uint64_t numel, Storage storage) {
     const std::size_t elementSize = blockElementSize(type);
+    const auto kind = static_cast<vd::ArrayType>(type);
+    if (storage != Storage::Inline) {
+        if (numel > kMaxFrameBytes / elementSize) {
+            fail("a shared array of " + std::to_string(numel) + " elements of type " +
+                 typeName(type));
+        }
+        SharedBlock block;
+        block.storage = storage;
+        block.loan = u64();
+        if (storage == Storage::Lent) {
+            block.chunk = u64();
+            block.offset = u64();
+        }
+        if (exchange_ == nullptr) {
+            fail("an array in shared memory on a connection without it");
+        }
+        return exchange_->resolve(block, kind, dims, numel * elementSize);
+    }
     if (numel > dataLeft_ / elementSize) {
         fail("an array of " + std::to_string(numel) + " elements of type " + typeName(type) +
              " runs past the data section");
     }
     const std::uint64_t bytes = numel * elementSize;
-    const auto kind = static_cast<vd::ArrayType>(type);
     if (bytes == 0) {
         return factory_.createArray(kind, dims);
     }
     dataLeft_ -= bytes;
-    // Logical bytes are normalised by the factory, so they start as zeros;
-    // other blocks are filled before anyone reads them.
-    void* data = kind == vd::ArrayType::LOGICAL ? std::calloc(bytes, 1) : std::malloc(bytes);
-    if (data == nullptr) {
-        fail("no memory for an array of " + std::to_string(bytes) + " bytes");
+    // Logical bytes are normalised once they have arrived; every other block
+    // is written whole before anyone reads it.
+    auto buffer = factory_.createUninitialisedBuffer(kind, numel);
+    auto* data = static_cast<std::byte*>(buffer.get());
+    targets_.push_back({data, bytes, kind == vd::ArrayType::LOGICAL});
+    if (kind == vd::ArrayType::LOGICAL) {
+        std::memset(data, 0, bytes);  // the factory checks logical bytes as it takes them
     }
-    std::unique_ptr<void, void (*)(void*)> buffer(data, std::free);
-    vd::Array result = factory_.createArrayFromBuffer(dims, kind, std::move(buffer));
-    targets_.push_back({static_cast<std::byte*>(data), bytes, kind == vd::ArrayType::LOGICAL});
-    return result;
+    return factory_.createArrayFromBuffer(dims, kind, std::move(buffer));
 }
 
 void checkHeader(const FrameHeader& header) {
@@ -471,7 +519,7 @@ void checkHeader(const FrameHeader& header) {
              ", this side speaks version " + std::to_string(kWireVersion));
     }
     if (header.kind < static_cast<std::uint32_t>(FrameKind::Hello) ||
-        header.kind > static_cast<std::uint32_t>(FrameKind::PrintDone)) {
+        header.kind > static_cast<std::uint32_t>(FrameKind::Notice)) {
         fail("unknown frame kind " + std::to_string(header.kind));
     }
     if (header.metaBytes > kMaxFrameBytes || header.dataBytes > kMaxFrameBytes - header.metaBytes) {
@@ -483,11 +531,12 @@ void checkHeader(const FrameHeader& header) {
 
 // The frame's fields from its description; element blocks still to be filled.
 Frame parseFrame(const FrameHeader& header, std::span<const std::byte> meta,
-                 std::vector<Target>& targets) {
+                 BlockExchange* exchange, std::vector<Target>& targets) {
     Frame frame;
     frame.kind = static_cast<FrameKind>(header.kind);
+    frame.flags = header.flags;
     frame.id = header.id;
-    MetaReader reader(meta, header.dataBytes);
+    MetaReader reader(meta, header.dataBytes, exchange);
     try {
         switch (frame.kind) {
             case FrameKind::Request:
@@ -506,6 +555,10 @@ Frame parseFrame(const FrameHeader& header, std::span<const std::byte> meta,
             case FrameKind::Failure:
                 frame.type = reader.text();
                 frame.message = reader.text();
+                break;
+            case FrameKind::Notice:
+                frame.loans = reader.numbers();
+                frame.chunks = reader.numbers();
                 break;
             case FrameKind::Hello:
             case FrameKind::PrintDone:
@@ -537,32 +590,8 @@ std::string systemError(const char* what) {
     return std::string(what) + ": " + std::strerror(errno);
 }
 
-// Reads exactly `size` bytes. False when the peer closed the connection
-// before the first byte and `atStart` allows that.
-bool readExactly(int fd, void* out, std::size_t size, bool atStart) {
-    auto* position = static_cast<std::byte*>(out);
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t n = ::recv(fd, position + done, size - done, 0);
-        if (n > 0) {
-            done += static_cast<std::size_t>(n);
-        } else if (n == 0) {
-            if (atStart && done == 0) {
-                return false;
-            }
-            fail("the connection closed in the middle of a frame");
-        } else if (errno != EINTR) {
-            if (atStart && done == 0 && errno == ECONNRESET) {
-                return false;
-            }
-            fail(systemError("cannot read from the connection"));
-        }
-    }
-    return true;
-}
-
 // Moves past `bytes` transferred from pieces[first...]; the new first piece.
-std::size_t consumed(std::vector<iovec>& pieces, std::size_t first, std::size_t bytes) {
+std::size_t consumed(std::span<iovec> pieces, std::size_t first, std::size_t bytes) {
     while (bytes > 0) {
         iovec& piece = pieces[first];
         const std::size_t step = std::min(bytes, piece.iov_len);
@@ -576,16 +605,104 @@ std::size_t consumed(std::vector<iovec>& pieces, std::size_t first, std::size_t 
     return first;
 }
 
-void readTargets(int fd, const std::vector<Target>& targets) {
+// Bytes already in memory, as a stream (decodeFrame).
+class MemoryStream : public ByteStream {
+  public:
+    explicit MemoryStream(std::span<const std::byte> bytes) : bytes_(bytes) {}
+    void read(void* out, std::size_t size, bool atStart) override {
+        if (size > bytes_.size() - pos_) {
+            if (atStart && pos_ == bytes_.size()) {
+                throw ConnectionClosed("no frame");
+            }
+            fail("the frame is shorter than its lengths say");
+        }
+        std::memcpy(out, bytes_.data() + pos_, size);
+        pos_ += size;
+    }
+    void write(std::span<const iovec>) override { fail("a memory stream is read only"); }
+    std::size_t left() const { return bytes_.size() - pos_; }
+
+  private:
+    std::span<const std::byte> bytes_;
+    std::size_t pos_ = 0;
+};
+
+}  // namespace
+
+void sendFrame(ByteStream& stream, const OutFrame& frame) {
+    std::vector<iovec> pieces = frame.pieces();
+    stream.write(pieces);
+}
+
+Frame receiveFrame(ByteStream& stream, BlockExchange* exchange) {
+    FrameHeader header;
+    stream.read(&header, sizeof header, true);
+    checkHeader(header);
+    // The description is read in growing chunks, so that a frame that only
+    // claims to be large commits no more memory than what arrives.
+    std::vector<std::byte> meta;
+    std::size_t have = 0;
+    while (have < header.metaBytes) {
+        const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(
+            header.metaBytes, std::max<std::uint64_t>(2 * have, std::uint64_t{1} << 16)));
+        meta.resize(want);
+        stream.read(meta.data() + have, want - have, false);
+        have = want;
+    }
+    std::vector<Target> targets;
+    Frame frame = parseFrame(header, meta, exchange, targets);
     std::vector<iovec> pieces;
     pieces.reserve(targets.size());
     for (const Target& target : targets) {
         pieces.push_back({target.data, target.bytes});
     }
+    stream.readPieces(pieces);
+    normaliseLogicals(targets);
+    return frame;
+}
+
+Frame decodeFrame(std::span<const std::byte> bytes, BlockExchange* exchange) {
+    MemoryStream stream(bytes);
+    Frame frame;
+    try {
+        frame = receiveFrame(stream, exchange);
+    } catch (const ConnectionClosed&) {
+        fail("a frame shorter than its header");
+    }
+    if (stream.left() != 0) {
+        fail("the frame's lengths do not match its " + std::to_string(bytes.size()) + " bytes");
+    }
+    return frame;
+}
+
+// --- sockets -----------------------------------------------------------------
+
+void SocketStream::read(void* out, std::size_t size, bool atStart) {
+    auto* position = static_cast<std::byte*>(out);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::recv(fd_, position + done, size - done, 0);
+        if (n > 0) {
+            done += static_cast<std::size_t>(n);
+        } else if (n == 0) {
+            if (atStart && done == 0) {
+                throw ConnectionClosed("the peer closed the connection");
+            }
+            fail("the connection closed in the middle of a frame");
+        } else if (errno != EINTR) {
+            if (atStart && done == 0 && errno == ECONNRESET) {
+                throw ConnectionClosed("the peer closed the connection");
+            }
+            fail(systemError("cannot read from the connection"));
+        }
+    }
+}
+
+void SocketStream::readPieces(std::span<iovec> pieces) {
     std::size_t first = 0;
     while (first < pieces.size()) {
         const int count = static_cast<int>(std::min<std::size_t>(pieces.size() - first, IOV_MAX));
-        const ssize_t n = ::readv(fd, &pieces[first], count);
+        const ssize_t n = ::readv(fd_, &pieces[first], count);
         if (n == 0) {
             fail("the connection closed in the middle of a frame");
         }
@@ -599,32 +716,8 @@ void readTargets(int fd, const std::vector<Target>& targets) {
     }
 }
 
-}  // namespace
-
-Frame decodeFrame(std::span<const std::byte> bytes) {
-    FrameHeader header;
-    if (bytes.size() < sizeof header) {
-        fail("a frame shorter than its header");
-    }
-    std::memcpy(&header, bytes.data(), sizeof header);
-    checkHeader(header);
-    const std::span<const std::byte> rest = bytes.subspan(sizeof header);
-    if (header.metaBytes > rest.size() || header.dataBytes != rest.size() - header.metaBytes) {
-        fail("the frame's lengths do not match its " + std::to_string(bytes.size()) + " bytes");
-    }
-    std::vector<Target> targets;
-    Frame frame = parseFrame(header, rest.first(header.metaBytes), targets);
-    const std::byte* data = rest.data() + header.metaBytes;
-    for (const Target& target : targets) {
-        std::memcpy(target.data, data, target.bytes);
-        data += target.bytes;
-    }
-    normaliseLogicals(targets);
-    return frame;
-}
-
-void sendFrame(int fd, const OutFrame& frame) {
-    std::vector<iovec> pieces = frame.pieces();
+void SocketStream::write(std::span<const iovec> written) {
+    std::vector<iovec> pieces(written.begin(), written.end());
     std::size_t first = 0;
     while (first < pieces.size()) {
         if (pieces[first].iov_len == 0) {
@@ -634,7 +727,7 @@ void sendFrame(int fd, const OutFrame& frame) {
         msghdr message{};
         message.msg_iov = &pieces[first];
         message.msg_iovlen = std::min<std::size_t>(pieces.size() - first, IOV_MAX);
-        const ssize_t n = ::sendmsg(fd, &message, MSG_NOSIGNAL);
+        const ssize_t n = ::sendmsg(fd_, &message, MSG_NOSIGNAL);
         if (n < 0) {
             if (errno == EINTR) {
                 continue;
@@ -643,30 +736,6 @@ void sendFrame(int fd, const OutFrame& frame) {
         }
         first = consumed(pieces, first, static_cast<std::size_t>(n));
     }
-}
-
-Frame receiveFrame(int fd) {
-    FrameHeader header;
-    if (!readExactly(fd, &header, sizeof header, true)) {
-        throw ConnectionClosed("the peer closed the connection");
-    }
-    checkHeader(header);
-    // The description is read in growing chunks, so that a frame that only
-    // claims to be large commits no more memory than what arrives.
-    std::vector<std::byte> meta;
-    std::size_t have = 0;
-    while (have < header.metaBytes) {
-        const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(
-            header.metaBytes, std::max<std::uint64_t>(2 * have, std::uint64_t{1} << 16)));
-        meta.resize(want);
-        readExactly(fd, meta.data() + have, want - have, false);
-        have = want;
-    }
-    std::vector<Target> targets;
-    Frame frame = parseFrame(header, meta, targets);
-    readTargets(fd, targets);
-    normaliseLogicals(targets);
-    return frame;
 }
 
 }  // namespace vxpy::wire

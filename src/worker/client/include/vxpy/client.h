@@ -46,6 +46,18 @@ struct VXPY_API Interpreter {
     static Interpreter find(const std::string& python = "python3");
 };
 
+// How the client and the worker talk.
+//  - SharedMemory (the default): requests and replies go through rings in a
+//    memory segment that the two processes share, and element data of large
+//    arrays is not copied at all: the worker reads the host's arrays in the
+//    host's own pages, the host reads the worker's replies in the worker's.
+//    Costs a few microseconds a round trip where the socket costs tens.
+//  - Socket: everything goes through the socket pair, for systems without
+//    memfd or futexes.
+// Either way a socket pair connects the two processes, and its end tells each
+// side at once that the other is gone.
+enum class Transport { SharedMemory, Socket };
+
 struct VXPY_API Options {
     // The vxpy-worker executable; empty: the one beside libvxpyclient.so.
     std::string worker;
@@ -53,9 +65,10 @@ struct VXPY_API Options {
     // the folder of libvxpyclient.so.
     std::string location;
     // Receives Python's printed text as UTF-8; empty: standard output. It runs
-    // on a thread that is waiting in call(), or on the session's reader
+    // on a thread that is waiting in call(), or on the session's watcher
     // thread while no call is in flight, and must not call the session.
     std::function<void(std::string_view)> console;
+    Transport transport = Transport::SharedMemory;
 };
 
 class VXPY_API Error : public std::runtime_error {
