@@ -609,11 +609,8 @@ std::size_t consumed(std::span<iovec> pieces, std::size_t first, std::size_t byt
 class MemoryStream : public ByteStream {
   public:
     explicit MemoryStream(std::span<const std::byte> bytes) : bytes_(bytes) {}
-    void read(void* out, std::size_t size, bool atStart) override {
+    void read(void* out, std::size_t size, bool) override {
         if (size > bytes_.size() - pos_) {
-            if (atStart && pos_ == bytes_.size()) {
-                throw ConnectionClosed("no frame");
-            }
             fail("the frame is shorter than its lengths say");
         }
         std::memcpy(out, bytes_.data() + pos_, size);
@@ -662,13 +659,11 @@ Frame receiveFrame(ByteStream& stream, BlockExchange* exchange) {
 }
 
 Frame decodeFrame(std::span<const std::byte> bytes, BlockExchange* exchange) {
-    MemoryStream stream(bytes);
-    Frame frame;
-    try {
-        frame = receiveFrame(stream, exchange);
-    } catch (const ConnectionClosed&) {
+    if (bytes.size() < sizeof(FrameHeader)) {
         fail("a frame shorter than its header");
     }
+    MemoryStream stream(bytes);
+    Frame frame = receiveFrame(stream, exchange);
     if (stream.left() != 0) {
         fail("the frame's lengths do not match its " + std::to_string(bytes.size()) + " bytes");
     }
