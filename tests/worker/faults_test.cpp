@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <future>
 #include <thread>
@@ -93,6 +95,67 @@ TEST(WorkerFaults, ACrashAKillAndAnExitEndEveryPendingAndLaterCallUntilRestart) 
     session.start(systemPython());
     EXPECT_THAT(endOf([&] { Python(session).exec("import os\nos._exit(3)\n"); }),
                 HasSubstr("exited with status 3"));
+}
+
+// Several host threads move 8 MiB matrices both ways (a host matrix viewed
+// by Python and read back, a NumPy matrix read) until the worker ends.
+TEST(WorkerFaults, AnEndWhileLargeArraysMoveFailsEveryCallAndKeepsWhatArrived) {
+    const std::string ends[] = {
+        "kill", "import ctypes\nthreading.Timer(0.3, ctypes.string_at, (0,)).start()",
+        "import os\nthreading.Timer(0.3, os._exit, (3,)).start()"};
+    for (const std::string& end : ends) {
+        SCOPED_TRACE(end);
+        StartedSession s;
+        vxpy::Session& session = *s.session;
+        Python setup(session);
+        setup.exec("import numpy, threading");
+        const vd::Array make = setup.eval("lambda: numpy.full((1024, 1024), 3.0)");
+
+        std::atomic<int> moved{0};
+        std::vector<std::future<std::pair<std::string, std::vector<vd::Array>>>> movers;
+        for (int t = 0; t < 4; ++t) {
+            movers.push_back(std::async(std::launch::async, [&session, &moved, make] {
+                std::vector<vd::Array> received;
+                Python python(session);
+                vd::TypedArray<double> mine = vd::ArrayFactory().createArray<double>({1024, 1024});
+                std::fill_n(const_cast<double*>(static_cast<const double*>(mine.getReadOnlyData())),
+                            1024 * 1024, 3.0);
+                const std::string how = endOf([&] {
+                    for (;;) {
+                        const vd::Array view = python.one("pyCreateMemoryView", {mine});
+                        received.push_back(python.one("pyBufferGetData", {view}));
+                        received.push_back(
+                            python.one("pyBufferGetData", {python.invoke(make, {})}));
+                        ++moved;
+                    }
+                });
+                return std::make_pair(how, std::move(received));
+            }));
+        }
+        while (moved.load() < 8) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        if (end == "kill") {
+            ASSERT_EQ(::kill(session.pid(), SIGKILL), 0);
+        } else {
+            setup.exec(end);
+        }
+        std::string first;
+        for (auto& mover : movers) {
+            auto [how, received] = mover.get();
+            EXPECT_THAT(how, HasSubstr("pid " + std::to_string(session.pid())));
+            first = how;
+            for (const vd::Array& array : received) {
+                const auto* values = static_cast<const double*>(array.getReadOnlyData());
+                ASSERT_EQ(array.getNumberOfElements(), 1024u * 1024u);
+                EXPECT_EQ(std::count(values, values + 1024 * 1024, 3.0), 1024 * 1024);
+            }
+        }
+        EXPECT_EQ(endOf([&] { session.call("Ping", {}); }), first);
+        session.restart();
+        session.start(systemPython());
+        EXPECT_EQ(vd::CharArray(session.call("Ping", {}).at(0)).toAscii(), "success");
+    }
 }
 
 bool processExists(int pid) {
