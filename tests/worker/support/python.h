@@ -57,19 +57,11 @@ class Python {
         for (std::size_t i = 0; i < args.size(); ++i) {
             one("pyTupleSet", {tuple, f.createScalar(std::uint64_t{i}), args[i]});
         }
-        // The tuple goes once the call has run, so that it keeps no argument alive.
-        struct Release {
-            vxpy::Session& session;
-            vd::Array tuple;
-            ~Release() {
-                try {
-                    session.call("Release", {tuple});
-                } catch (const vxpy::Error&) {
-                    // The worker is gone, and the tuple with it.
-                }
-            }
-        } release{session_, tuple};
-        return one("pyInvoke", {callable, tuple});
+        // The tuple goes once the call has run, so that it keeps no argument
+        // alive (after a failure it stays: the session may be gone).
+        vd::Array result = one("pyInvoke", {callable, tuple});
+        session_.call("Release", {tuple});
+        return result;
     }
     // Statements / an expression in one namespace per Python object.
     void exec(const std::string& statements) {
