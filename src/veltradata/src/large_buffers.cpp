@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "foundation/veltradata/shared_memory.h"
 #include "internal.h"
@@ -57,8 +58,8 @@ std::byte* mapAnonymous(std::size_t bytes) {
 
 // The shareable memory of the process: memfd chunks, each mapped once here,
 // carved into ranges. Ranges are handed out best fit and coalesce when they
-// come back; a chunk with nothing in use is given back to the system once
-// the idle chunks hold more than kIdleReserve.
+// come back; chunks with nothing in use are given back to the system while
+// the idle ones hold more than kIdleReserve (the last to fall idle stays).
 class Pool {
   public:
     static constexpr std::size_t kGranule = std::size_t{64} << 10;
@@ -119,7 +120,7 @@ class Pool {
 
     // False when `start` is not a range of the pool.
     bool release(std::byte* start) {
-        std::uint64_t gone = 0;
+        std::vector<std::uint64_t> gone;
         {
             std::lock_guard<std::mutex> lock(mutex_);
             Chunk* chunk = chunkAt(start);
@@ -150,14 +151,13 @@ class Pool {
                 }
             }
             chunk->free.emplace(begin, length);
-            if (chunk->usedBytes == 0 && idleBytes() > kIdleReserve) {
-                gone = chunk->id;
-                destroy(*chunk);
-                chunks_.erase(reinterpret_cast<std::uintptr_t>(chunk->base));
+            if (chunk->usedBytes == 0) {
+                chunk->idleSince = ++idleClock_;
+                gone = trim();
             }
         }
-        if (gone != 0) {
-            announceGone(gone);
+        for (const std::uint64_t chunk : gone) {
+            announceGone(chunk);
         }
         return true;
     }
@@ -208,6 +208,7 @@ class Pool {
         std::map<std::size_t, std::size_t> used;  // offset -> length
         std::size_t usedBytes = 0;
         std::size_t touched = 0;  // ranges below may hold old bytes
+        std::uint64_t idleSince = 0;  // when it last fell idle
     };
 
     Chunk* newChunk(std::size_t bytes) {
@@ -251,12 +252,32 @@ class Pool {
         return address < chunk.base + chunk.bytes ? &chunk : nullptr;
     }
 
-    std::size_t idleBytes() const {
-        std::size_t idle = 0;
-        for (const auto& [address, chunk] : chunks_) {
-            idle += chunk.usedBytes == 0 ? chunk.bytes : 0;
+    // Gives idle chunks back, longest idle first, while the idle ones hold
+    // more than the reserve; the one that fell idle last stays, so that a
+    // program that moves one large buffer after another (larger than the
+    // reserve) reuses its pages instead of faulting in new ones each time.
+    std::vector<std::uint64_t> trim() {
+        std::vector<std::uint64_t> gone;
+        for (;;) {
+            std::size_t idle = 0;
+            std::size_t idleChunks = 0;
+            Chunk* oldest = nullptr;
+            for (auto& [address, chunk] : chunks_) {
+                if (chunk.usedBytes == 0) {
+                    idle += chunk.bytes;
+                    ++idleChunks;
+                    if (oldest == nullptr || chunk.idleSince < oldest->idleSince) {
+                        oldest = &chunk;
+                    }
+                }
+            }
+            if (idle <= kIdleReserve || idleChunks < 2) {
+                return gone;
+            }
+            gone.push_back(oldest->id);
+            destroy(*oldest);
+            chunks_.erase(reinterpret_cast<std::uintptr_t>(oldest->base));
         }
-        return idle;
     }
 
     void announceGone(std::uint64_t chunk) {
@@ -270,6 +291,7 @@ class Pool {
     std::mutex mutex_;
     std::map<std::uintptr_t, Chunk> chunks_;  // by base address
     std::uint64_t nextChunk_ = 1;
+    std::uint64_t idleClock_ = 0;
     std::mutex listenersMutex_;
     std::map<std::uint64_t, std::function<void(std::uint64_t)>> listeners_;
     std::uint64_t nextTicket_ = 0;
