@@ -253,8 +253,7 @@ struct Large {
 
 Large largeRounds(Driver& python, int worker) {
     python.exec("import numpy");
-    const vd::Array made =
-        python.eval("numpy.ones((" + std::to_string(kLargeRows) + ", 1024))");
+    const vd::Array made = python.eval("numpy.ones((" + std::to_string(kLargeRows) + ", 1024))");
     const std::size_t before = residentBytes();
     for (int round = 0; round < kLargeRounds; ++round) {
         const vd::TypedArray<double> matrix = hostMatrix(kLargeRows, 1024);
@@ -353,9 +352,8 @@ int main(int argc, char** argv) {
     // 1. In process, before any worker exists.
     vxtest::startSystemPython();
     {
-        Driver python([](const std::string& name, const Arrays& args) {
-            return vxtest::call(name, args);
-        });
+        Driver python(
+            [](const std::string& name, const Arrays& args) { return vxtest::call(name, args); });
         for (int run = 0; run < runs; ++run) {
             figures["in process: Ping (us)"].push_back(pingMicros(python));
             figures["in process: walk (us per element)"].push_back(walkMicros(python));
@@ -370,16 +368,15 @@ int main(int argc, char** argv) {
         std::unique_ptr<Driver> python;
     };
     std::vector<Side> sides;
-    for (const auto& [name, transport] :
-         {std::pair{"shared memory", vxpy::Transport::SharedMemory},
-          std::pair{"socket", vxpy::Transport::Socket}}) {
+    for (const auto& [name, transport] : {std::pair{"shared memory", vxpy::Transport::SharedMemory},
+                                          std::pair{"socket", vxpy::Transport::Socket}}) {
         vxpy::Options options;
         options.transport = transport;
         Side side{name, std::make_unique<vxpy::Session>(options), nullptr};
         side.session->start(vxpy::Interpreter::find("/usr/bin/python3"));
         vxpy::Session* session = side.session.get();
-        side.python = std::make_unique<Driver>(
-            [session](const std::string& command, const Arrays& args) {
+        side.python =
+            std::make_unique<Driver>([session](const std::string& command, const Arrays& args) {
                 return session->call(command, args).at(0);
             });
         sides.push_back(std::move(side));
@@ -402,8 +399,8 @@ int main(int argc, char** argv) {
     }
     for (int burst = 0; burst < kBusyBursts; ++burst) {
         for (Side& side : sides) {
-            figures[std::string(side.name) + ": 2000 Pings beside two busy threads (ms)"]
-                .push_back(busyBurstMillis(*side.python));
+            figures[std::string(side.name) + ": 2000 Pings beside two busy threads (ms)"].push_back(
+                busyBurstMillis(*side.python));
         }
     }
 
@@ -439,9 +436,10 @@ int main(int argc, char** argv) {
     std::printf("  busy-thread burst, shared memory / socket %6.2f  (at most 1.2)\n",
                 m("shared memory: 2000 Pings beside two busy threads (ms)") /
                     m("socket: 2000 Pings beside two busy threads (ms)"));
-    std::printf("  100 x 64 MiB: mappings host / worker (MiB) %.0f / %.0f (each at most 512), "
-                "resident growth %.0f MiB (under 512)\n",
-                large.hostMappings, large.workerMappings, large.residentGrowth);
+    std::printf(
+        "  100 x 64 MiB: mappings host / worker (MiB) %.0f / %.0f (each at most 512), "
+        "resident growth %.0f MiB (under 512)\n",
+        large.hostMappings, large.workerMappings, large.residentGrowth);
     std::printf("load average after: %s\n", loadAverage().c_str());
     for (Side& side : sides) {
         side.python.reset();

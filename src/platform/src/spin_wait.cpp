@@ -1,6 +1,7 @@
 #include "foundation/msg_svc/spin_wait.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,21 +17,21 @@ SpinWait::Clock::rep ticks(SpinWait::Clock::time_point when) {
     return when.time_since_epoch().count();
 }
 
-// Whether more threads want to run than there are cores: the fourth field of
-// /proc/loadavg, "running/total", counts the threads that run or wait for a
-// core on the whole machine, spinners included. Read at most once a
+// How many more threads want to run than there are cores: the fourth field
+// of /proc/loadavg, "running/total", counts the threads that run or wait for
+// a core on the whole machine, spinners included. Read at most once a
 // millisecond, by whichever spinner comes first; where there is no such
 // file, the spinners' own clock is the only judge.
 class Crowding {
   public:
-    bool crowded(SpinWait::Clock::time_point now) {
+    long excess(SpinWait::Clock::time_point now) {
         SpinWait::Clock::rep due = nextSample_.load(std::memory_order_relaxed);
         if (ticks(now) >= due && file_ >= 0 &&
             nextSample_.compare_exchange_strong(due, ticks(now + kSampleEvery),
                                                 std::memory_order_relaxed)) {
-            crowded_.store(runnable() > cores_, std::memory_order_relaxed);
+            excess_.store(runnable() - cores_, std::memory_order_relaxed);
         }
-        return crowded_.load(std::memory_order_relaxed);
+        return excess_.load(std::memory_order_relaxed);
     }
 
   private:
@@ -54,7 +55,7 @@ class Crowding {
     const int file_ = ::open("/proc/loadavg", O_RDONLY | O_CLOEXEC);
     const long cores_ = std::thread::hardware_concurrency();
     std::atomic<SpinWait::Clock::rep> nextSample_{0};
-    std::atomic<bool> crowded_{false};
+    std::atomic<long> excess_{0};
 };
 
 Crowding& crowding() {
@@ -64,10 +65,17 @@ Crowding& crowding() {
 
 }  // namespace
 
-bool SpinWait::spinningPays(Clock::time_point now) const {
+SpinWait::Spin SpinWait::howToSpin(Clock::time_point now) const {
     static const bool severalCores = std::thread::hardware_concurrency() > 1;
-    return severalCores && ticks(now) >= sleepUntil_.load(std::memory_order_relaxed) &&
-           !crowding().crowded(now);
+    if (!severalCores || ticks(now) < sleepUntil_.load(std::memory_order_relaxed)) {
+        return Spin::No;
+    }
+    const long excess = crowding().excess(now);
+    return excess <= 0 ? Spin::Pause : excess == 1 ? Spin::Yield : Spin::No;
+}
+
+void SpinWait::yieldCore() {
+    ::sched_yield();
 }
 
 void SpinWait::caught() {

@@ -13,7 +13,12 @@
 // it waits for, or others, and a fair scheduler charges it the time it burnt
 // by waking it later afterwards. So a side spins only while the kernel's
 // count of threads that want to run (sampled at most once a millisecond) is
-// no more than the cores. A side whose spin found it was off its core all
+// no more than the cores; with one thread more than the cores it spins
+// giving its core away between checks (a round trip between processes has
+// three threads: the host's caller, the worker's server and the Python
+// thread, and a thread that yields lets the one it waits for run at once
+// where two of them share a core, which costs a switch, not a wake-up).
+// With more than that, it sleeps. A side whose spin found it was off its core all
 // the same (the clock jumped), or ended without the other side while the
 // other side was awake (busy with a long command, say), sleeps at once for
 // 1 ms, doubled with every further such spin up to 64 ms and back to 1 ms
@@ -76,13 +81,18 @@ class SpinWait {
             return false;
         }
         const Clock::time_point start = Clock::now();
-        if (!spinningPays(start)) {
+        const Spin how = howToSpin(start);
+        if (how == Spin::No) {
             return false;
         }
         const bool otherAwake = otherAsleep_.load(std::memory_order_relaxed) == 0;
         Clock::time_point last = start;
         for (;;) {
-            cpuPause();
+            if (how == Spin::Yield) {
+                yieldCore();
+            } else {
+                cpuPause();
+            }
             if (ready()) {
                 caught();
                 return true;
@@ -117,7 +127,9 @@ class SpinWait {
 #endif
     }
 
-    bool spinningPays(Clock::time_point now) const;
+    enum class Spin { No, Pause, Yield };
+    Spin howToSpin(Clock::time_point now) const;
+    static void yieldCore();
     void caught();
     void missed(Clock::time_point now);
 
