@@ -67,7 +67,7 @@ TEST(SharedMemory, IdleChunksBeyondTheReserveGoBackToTheSystem) {
     }
     sm::stopListening(ticket);
     EXPECT_GE(gone.load(), 4);
-    EXPECT_LE(sm::usage().bytes, std::size_t{256 + 2 * 66} << 20);
+    EXPECT_LE(sm::usage().bytes, std::size_t{128 + 2 * 66} << 20);
     EXPECT_EQ(sm::usage().usedBytes, 0u);
 }
 

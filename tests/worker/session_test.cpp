@@ -194,14 +194,17 @@ TEST_P(Transports, PythonOutputArrivesWhileTheCallWaitsAndBetweenCalls) {
     python.exec("print('before the answer', flush=True)");
     EXPECT_NE(console.text().find("before the answer\n"), std::string::npos);
 
-    // A Python thread of the user's prints while no call is in flight.
+    // A Python thread of the user's prints while no call is in flight, once
+    // more than the connection holds at a time.
     python.exec(
         "import threading, time\n"
         "def later():\n"
         "    time.sleep(0.2)\n"
         "    print('from a thread of its own')\n"
+        "    print('y' * 3000000 + ' long')\n"
         "threading.Thread(target=later).start()\n");
     EXPECT_TRUE(console.waitFor("from a thread of its own"));
+    EXPECT_TRUE(console.waitFor(std::string(3000000, 'y') + " long"));
 }
 
 TEST(Session, FindsInterpretersAndRefusesWhatCannotBeStarted) {

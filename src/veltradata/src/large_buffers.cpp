@@ -64,7 +64,7 @@ class Pool {
   public:
     static constexpr std::size_t kGranule = std::size_t{64} << 10;
     static constexpr std::size_t kChunkBytes = std::size_t{64} << 20;
-    static constexpr std::size_t kIdleReserve = std::size_t{256} << 20;
+    static constexpr std::size_t kIdleReserve = std::size_t{128} << 20;
 
     bool enable() {
         std::lock_guard<std::mutex> lock(mutex_);

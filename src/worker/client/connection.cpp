@@ -225,11 +225,12 @@ bool Connection::showPrint(const wire::Frame& frame) {
         // A failing console loses the text, never the session.
     }
     channel_->acknowledgePrint(frame.id);
+    printsShown_.fetch_add(1);
     return true;
 }
 
 void Connection::drain() {
-    while (channel_->readable()) {
+    while (printsAnnounced_.load() > printsShown_.load() || channel_->readable()) {
         wire::Frame frame = channel_->receive();
         const bool stale =
             frame.kind == wire::FrameKind::Reply || frame.kind == wire::FrameKind::Failure;
@@ -270,8 +271,10 @@ void Connection::watch() {
             return;
         }
         if ((watched[1].revents & POLLIN) != 0) {
-            std::uint64_t count;
-            [[maybe_unused]] const ssize_t drained = ::read(nudge_, &count, sizeof count);
+            std::uint64_t count = 0;
+            if (::read(nudge_, &count, sizeof count) == sizeof count) {
+                printsAnnounced_.fetch_add(count);
+            }
             drainPending_.store(true);
             drainIfPending();
         }

@@ -82,8 +82,8 @@ class Connection {
 
     void greet(const std::string& worker);
     void watch();
-    // With the call mutex: shows prints and drops stale answers until
-    // nothing waits to be read.
+    // With the call mutex: shows prints, waiting for those announced and
+    // not yet come, and drops stale answers, until nothing waits to be read.
     void drain();
     // After the call mutex is given up: reads what the watcher could not.
     void drainIfPending();
@@ -105,6 +105,10 @@ class Connection {
     std::timed_mutex callMutex_;
     std::atomic<std::uint64_t> nextId_{1};
     std::atomic<bool> drainPending_{false};
+    // Prints the worker has announced through the nudge, and prints shown:
+    // while the first is ahead, a print is on its way.
+    std::atomic<std::uint64_t> printsAnnounced_{0};
+    std::atomic<std::uint64_t> printsShown_{0};
 
     mutable std::mutex mutex_;  // guards what follows
     std::condition_variable endedChanged_;

@@ -38,7 +38,9 @@ bool pollFor(int fd, short events, int timeoutMs) {
     return result > 0;
 }
 
-// A client with no call waiting reads a print when the nudge wakes it.
+// Announces a print before it is written: a client with no call waiting
+// wakes and reads until it has shown as many prints as were announced, so a
+// print larger than the connection holds at once is read while it is written.
 void raise(int nudge) {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(nudge, &one, sizeof one);
@@ -110,8 +112,8 @@ class SocketChannel : public Channel {
 
     void print(std::uint64_t id, const std::u16string& text) override {
         std::vector<vd::Array> holder;
-        send(wire::printFrame(id, text, holder));
         raise(nudge_);
+        send(wire::printFrame(id, text, holder));
         std::unique_lock<std::mutex> state(stateMutex_);
         while (acknowledged_ < id) {
             if (closed_) {
@@ -213,8 +215,8 @@ class SharedMemoryChannel : public Channel {
 
     void print(std::uint64_t id, const std::u16string& text) override {
         std::vector<vd::Array> holder;
-        send(wire::printFrame(id, text, holder));
         raise(nudge_);
+        send(wire::printFrame(id, text, holder));
         PrintControl& prints = segment_.control().prints;
         auto ready = [&] {
             return rings_.closed() || prints.acknowledged.load(std::memory_order_acquire) >= id;

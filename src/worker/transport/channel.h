@@ -48,8 +48,8 @@ class Channel {
     virtual void print(std::uint64_t id, const std::u16string& text) = 0;
 };
 
-// Both kinds take `nudge`, an eventfd (owned) that the worker raises after
-// each print, so that a client with no call waiting reads it.
+// Both kinds take `nudge`, an eventfd (owned) that the worker raises by one
+// before each print, so that a client with no call waiting reads it.
 
 // The socket alone. The channel does not own `fd`.
 std::unique_ptr<Channel> socketChannel(int fd, int nudge);
