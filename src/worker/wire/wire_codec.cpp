@@ -56,6 +56,9 @@ OutFrame::OutFrame(FrameKind kind, std::uint64_t id, std::uint32_t flags) {
     header.kind = static_cast<std::uint32_t>(kind);
     header.flags = flags;
     header.id = id;
+    // Most frames are a name, a count and a few small arrays: room for them
+    // from the start saves growing the buffer on every frame.
+    meta_.reserve(256);
     meta_.resize(sizeof header);
     std::memcpy(meta_.data(), &header, sizeof header);
 }
@@ -186,6 +189,10 @@ void OutFrame::updateHeader() {
     header.metaBytes = meta_.size() - sizeof header;
     header.dataBytes = dataBytes_;
     std::memcpy(meta_.data(), &header, sizeof header);
+}
+
+iovec OutFrame::description() const {
+    return {const_cast<std::byte*>(meta_.data()), meta_.size()};
 }
 
 std::vector<iovec> OutFrame::pieces() const {
@@ -627,6 +634,11 @@ class MemoryStream : public ByteStream {
 }  // namespace
 
 void sendFrame(ByteStream& stream, const OutFrame& frame) {
+    if (frame.dataBytes() == 0) {  // the description alone, as most frames are
+        const iovec whole = frame.description();
+        stream.write(std::span(&whole, 1));
+        return;
+    }
     std::vector<iovec> pieces = frame.pieces();
     stream.write(pieces);
 }

@@ -93,7 +93,10 @@ class OutFrame {
 
     // Everything to write, in order.
     std::vector<iovec> pieces() const;
+    // The header and description alone.
+    iovec description() const;
     std::uint64_t totalBytes() const { return meta_.size() + dataBytes_; }
+    std::uint64_t dataBytes() const { return dataBytes_; }
 
     // Description fields, in the order of the frame kind.
     void putU64(std::uint64_t value);
