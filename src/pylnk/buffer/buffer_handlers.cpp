@@ -1,7 +1,7 @@
 #include "buffer/buffer_handlers.h"
 
 #include "buffer/buffer_bridge.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

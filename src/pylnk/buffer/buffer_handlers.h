@@ -1,7 +1,7 @@
 // Commands over the buffer layer.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

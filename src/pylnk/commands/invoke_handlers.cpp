@@ -1,7 +1,7 @@
 #include "commands/invoke_handlers.h"
 
 #include "from_python/object_result.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 #include "to_python/convert_to_python.h"
 
 namespace pylnk {

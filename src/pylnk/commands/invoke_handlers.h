@@ -1,7 +1,7 @@
 // Calls on objects the host has built already.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

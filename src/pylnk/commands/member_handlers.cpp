@@ -1,6 +1,6 @@
 #include "commands/member_handlers.h"
 
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

@@ -3,10 +3,10 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "commands/object_registry.h"
+#include "base/object_registry.h"
 #include "introspection/metadata_caches.h"
-#include "service/exception_report.h"
-#include "service/handler_support.h"
+#include "base/exception_report.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

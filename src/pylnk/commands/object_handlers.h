@@ -2,7 +2,7 @@
 // directory, comparison, hash, type tests and modules.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

@@ -2,7 +2,7 @@
 // complex numbers, strings, tuples, sequences and mappings one at a time.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "from_python/object_result.h"
-#include "introspection/shared_arrays.h"
+#include "base/shared_arrays.h"
 
 namespace pylnk {
 

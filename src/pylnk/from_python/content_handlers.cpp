@@ -7,8 +7,8 @@
 
 #include "from_python/content.h"
 #include "from_python/object_result.h"
-#include "introspection/shared_arrays.h"
-#include "service/handler_support.h"
+#include "base/shared_arrays.h"
+#include "base/handler_support.h"
 #include "to_python/numeric_arrays.h"
 
 namespace pylnk {

@@ -3,7 +3,7 @@
 // text, never a further walk.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

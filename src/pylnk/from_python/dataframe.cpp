@@ -12,8 +12,8 @@
 #include "from_python/content.h"
 #include "from_python/date_time.h"
 #include "from_python/object_result.h"
-#include "introspection/shared_arrays.h"
-#include "service/handler_support.h"
+#include "base/shared_arrays.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

@@ -9,7 +9,7 @@
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
 #include "introspection/metadata_caches.h"
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <utility>
 
-#include "service/exception_report.h"
-#include "service/handler_support.h"
+#include "base/exception_report.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "from_python/object_result.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 #include "to_python/convert_to_python.h"
 
 namespace pylnk {

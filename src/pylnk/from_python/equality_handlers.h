@@ -3,7 +3,7 @@
 // pairs) and compared by the bridge.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

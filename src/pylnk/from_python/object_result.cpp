@@ -2,9 +2,9 @@
 
 #include <complex>
 
-#include "commands/object_registry.h"
+#include "base/object_registry.h"
 #include "introspection/class_metadata.h"
-#include "introspection/shared_arrays.h"
+#include "base/shared_arrays.h"
 
 namespace pylnk {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "from_python/object_result.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

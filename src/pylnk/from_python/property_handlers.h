@@ -1,7 +1,7 @@
 // Attribute reads that answer with an object result in one round trip.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

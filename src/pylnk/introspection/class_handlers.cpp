@@ -2,7 +2,7 @@
 
 #include "introspection/class_metadata.h"
 #include "introspection/metadata_caches.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

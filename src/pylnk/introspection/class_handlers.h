@@ -2,7 +2,7 @@
 // and one inspect predicate.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

@@ -4,13 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "commands/object_registry.h"
+#include "base/object_registry.h"
 #include "introspection/class_metadata.h"
 #include "introspection/member_lookup.h"
 #include "introspection/metadata_caches.h"
-#include "introspection/shared_arrays.h"
+#include "base/shared_arrays.h"
 #include "introspection/signature.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

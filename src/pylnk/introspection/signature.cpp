@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "introspection/member_lookup.h"
-#include "introspection/shared_arrays.h"
+#include "base/shared_arrays.h"
 
 namespace pylnk {
 

@@ -8,7 +8,7 @@
 
 #include "contracts/python_bridge.h"
 #include "introspection/metadata_caches.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

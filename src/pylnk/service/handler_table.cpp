@@ -1,6 +1,8 @@
 #include "service/handler_table.h"
 
+#include "base/exception_report.h"
 #include "buffer/buffer_handlers.h"
+#include "commands/error_handlers.h"
 #include "commands/invoke_handlers.h"
 #include "commands/member_handlers.h"
 #include "commands/object_handlers.h"
@@ -11,9 +13,9 @@
 #include "from_python/equality_handlers.h"
 #include "from_python/property_handlers.h"
 #include "introspection/class_handlers.h"
+#include "introspection/class_metadata.h"
 #include "introspection/module_metadata.h"
 #include "service/close_handler.h"
-#include "service/error_handlers.h"
 #include "to_python/numeric_arrays.h"
 
 namespace pylnk {
@@ -42,6 +44,9 @@ PyHandlerBase::~PyHandlerBase() = default;
 // commands of the conversion, extraction and introspection families join
 // the table with their handlers.
 void buildHandlerTable(HandlerTable& table) {
+    describeReportedClassesWith([](const H& name, const H& cls) {
+        return ClassDescription{buildClassProperties(cls.get()), buildClassMetadata(name, cls)};
+    });
     row<AddRefHandler>(table, "AddRef", 1);
     row<ReleaseHandler>(table, "Release", 1);
     row<pyCloseHandler>(table, "pyClose", 0);

@@ -1,7 +1,7 @@
 #include "service/python_thread.h"
 
 #include "service/dispatcher.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 #include "service/lifecycle.h"
 #include "service/python_startup.h"
 #include "service/start_request.h"

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "service/handler_table.h"
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

@@ -12,7 +12,7 @@
 
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
-#include "service/exception_report.h"
+#include "base/exception_report.h"
 
 namespace pylnk {
 

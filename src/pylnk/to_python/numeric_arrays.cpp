@@ -5,7 +5,7 @@
 #include <type_traits>
 
 #include "buffer/buffer_bridge.h"
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

@@ -7,7 +7,7 @@
 #include <concepts>
 #include <cstdint>
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 #include "to_python/convert_to_python.h"
 
 namespace pylnk {

@@ -1,6 +1,6 @@
-#include "service/error_handlers.h"
+#include "commands/error_handlers.h"
 
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

@@ -43,4 +43,15 @@ class PyExceptionReport {
 foundation::veltradata::Array reportFromInterpreter();
 foundation::veltradata::Array reportOf(std::u16string identifier, std::u16string message);
 
+// A report describes the class of its error object as class metadata does
+// ("classProperties", "classMetadata"). That description lives in
+// introspection/, above this folder, so the service hands it down before the
+// first command runs.
+struct ClassDescription {
+    foundation::veltradata::Array properties;
+    foundation::veltradata::Array metadata;
+};
+using ClassDescriber = ClassDescription (*)(const H& name, const H& cls);
+void describeReportedClassesWith(ClassDescriber describe);
+
 }  // namespace pylnk

@@ -6,7 +6,7 @@
 #include <exception>
 #include <string>
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 

@@ -1,4 +1,4 @@
-#include "commands/object_registry.h"
+#include "base/object_registry.h"
 
 #include <unordered_set>
 

@@ -1,7 +1,7 @@
 // The host's means of dealing with a Python error left set.
 #pragma once
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 
