@@ -1,7 +1,6 @@
-#include "commands/invoke_handlers.h"
 
-#include "from_python/object_result.h"
 #include "base/handler_support.h"
+#include "from_python/object_result.h"
 #include "to_python/convert_to_python.h"
 
 namespace pylnk {
@@ -21,15 +20,15 @@ H invokeByAddress(size_t nrhs, vd::Array* prhs) {
 
 }  // namespace
 
-VX_EXECUTE(pyInvokeHandler) {
+VX_COMMAND(pyInvokeHandler, "pyInvoke", 2) {
     reply(promise, objectAddress(invokeByAddress(nrhs, prhs)));
 }
 
-VX_EXECUTE(pyInvokeFastHandler) {
+VX_COMMAND(pyInvokeFastHandler, "pyInvokeFast", 2) {
     reply(promise, buildObjectResult(invokeByAddress(nrhs, prhs), classMetadataCache()));
 }
 
-VX_EXECUTE(pyInvokeFastInputHandler) {
+VX_COMMAND(pyInvokeFastInputHandler, "pyInvokeFastInput", 2) {
     const HostCallInput input = readHostCallInput(prhs[1]);
     // A failed conversion is the whole reply, and nothing is called.
     std::vector<H> arguments;
@@ -78,11 +77,11 @@ Value invokeInt(vd::Array* prhs, void (*read)(python::pyArray*, Value*)) {
 
 }  // namespace
 
-VX_EXECUTE(pyInvokeIntHandler) {
+VX_COMMAND(pyInvokeIntHandler, "pyInvokeInt", 1) {
     reply(promise, int64Value(invokeInt<long long>(prhs, &primitive::pyLongGetData)));
 }
 
-VX_EXECUTE(pyInvokeUIntHandler) {
+VX_COMMAND(pyInvokeUIntHandler, "pyInvokeUInt", 1) {
     reply(promise, uint64Value(invokeInt<unsigned long long>(prhs, &primitive::pyLongGetDataU)));
 }
 

@@ -3,9 +3,9 @@
 // module. Kept by module name in moduleMetadataCache.
 #pragma once
 
+#include "base/py_handler_base.h"
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
-#include "base/py_handler_base.h"
 
 namespace pylnk {
 
@@ -15,7 +15,5 @@ foundation::veltradata::StructArray buildModuleMetadata(H module);
 // Builds the metadata and keeps it in moduleMetadataCache under its "name".
 // An object without a __name__ entry gets an empty name and is not kept.
 foundation::veltradata::StructArray cacheModuleMetadata(H module);
-
-VX_DECLARE_HANDLER(pyGetModuleMetaDataHandler);
 
 }  // namespace pylnk

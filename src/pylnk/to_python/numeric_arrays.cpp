@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <type_traits>
 
-#include "buffer/buffer_bridge.h"
 #include "base/handler_support.h"
+#include "buffer/buffer_bridge.h"
 
 namespace pylnk {
 
@@ -123,7 +123,7 @@ ConversionResult convertLogicalArray(vd::TypedArray<bool> array) {
 
 // The byte count and the type code are the host's; they are checked against
 // the data, so that no request reads past it.
-VX_EXECUTE(pyCreateNumericArrayHandler) {
+VX_COMMAND(pyCreateNumericArrayHandler, "pyCreateNumericArray", 3) {
     const std::uint64_t byteCount = scalarArg<std::uint64_t>(prhs, 0);
     const char typeCode = static_cast<char>(scalarArg<std::uint8_t>(prhs, 1));
     const vd::Array& data = prhs[2];

@@ -41,6 +41,5 @@ bool isComplexType(const foundation::veltradata::Array& array);
 
 // A new array.array from a byte count, a type code and the data of any
 // numeric, logical or char array.
-VX_DECLARE_HANDLER(pyCreateNumericArrayHandler);
 
 }  // namespace pylnk
