@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "from_python/object_result.h"
 #include "base/shared_arrays.h"
+#include "from_python/object_result.h"
 
 namespace pylnk {
 

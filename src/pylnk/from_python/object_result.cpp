@@ -3,8 +3,8 @@
 #include <complex>
 
 #include "base/object_registry.h"
-#include "introspection/class_metadata.h"
 #include "base/shared_arrays.h"
+#include "introspection/class_metadata.h"
 
 namespace pylnk {
 

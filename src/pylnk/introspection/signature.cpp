@@ -5,8 +5,8 @@
 #include <sstream>
 #include <vector>
 
-#include "introspection/member_lookup.h"
 #include "base/shared_arrays.h"
+#include "introspection/member_lookup.h"
 
 namespace pylnk {
 

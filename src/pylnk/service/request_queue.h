@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
-#include "service/handler_table.h"
 #include "base/py_handler_base.h"
+#include "service/handler_table.h"
 
 namespace pylnk {
 
