@@ -35,17 +35,17 @@ PyExceptionReport::PyExceptionReport() {
     // The fetched triple holds the error; the interpreter is not asked
     // anything more while the error is still set.
     exception::pyErrorClear();
-    errorValue_ = sequence::pyGetItem(errorObject_.get(), 1);
+    const H errorValue = sequence::pyGetItem(errorObject_.get(), 1);
     exception::pyErrorClear();
     try {
-        H cls = object::pyGetClass(errorValue_.get());
+        H cls = object::pyGetClass(errorValue.get());
         identifier_ = object::get_ustring(object::pyGetMember(cls.get(), "__name__").get());
     } catch (const InternalPyException&) {
         exception::pyErrorClear();
         identifier_ = u"VELTRAPyHost::UnknownException";
     }
     try {
-        message_ = object::get_ustring(object::pyStr(errorValue_.get()).get());
+        message_ = object::get_ustring(object::pyStr(errorValue.get()).get());
     } catch (const InternalPyException&) {
         exception::pyErrorClear();
         message_ = u"VELTRAPyHost::UnprintableException";

@@ -27,14 +27,10 @@ class PyExceptionReport {
     // its class passes on as InternalPyException.
     foundation::veltradata::Array toStructure() const;
 
-    const std::u16string& identifier() const { return identifier_; }
-    const std::u16string& message() const { return message_; }
-
   private:
     std::u16string identifier_;
     std::u16string message_;
     H errorObject_;
-    H errorValue_;
     foundation::veltradata::ArrayFactory factory_;
 };
 

@@ -12,10 +12,10 @@ namespace {
 // The call of pyInvoke and pyInvokeFast: callable, tuple and, unless only
 // two arguments came, a keyword dict, all by address.
 H invokeByAddress(size_t nrhs, vd::Array* prhs) {
-    vd::TypedArray<std::uint64_t> callable(prhs[0]);
-    vd::TypedArray<std::uint64_t> arguments(prhs[1]);
+    python::pyArray* callable = addressArg(prhs, 0);
+    python::pyArray* arguments = addressArg(prhs, 1);
     python::pyArray* keywords = nrhs == 2 ? nullptr : addressArg(prhs, 2);
-    return object::pyInvoke(addressArg(prhs, 0), addressArg(prhs, 1), keywords);
+    return object::pyInvoke(callable, arguments, keywords);
 }
 
 }  // namespace
@@ -63,9 +63,9 @@ namespace {
 // failure clears the Python error before it travels to the caller.
 template <class Value>
 Value invokeInt(vd::Array* prhs, void (*read)(python::pyArray*, Value*)) {
-    vd::TypedArray<std::uint64_t> address(prhs[0]);
+    python::pyArray* callable = addressArg(prhs, 0);  // a wrong type leaves no error to clear
     try {
-        auto result = module::pyInvokeInt(addressArg(prhs, 0));
+        auto result = module::pyInvokeInt(callable);
         Value value = 0;
         read(result.get(), &value);
         return value;

@@ -27,8 +27,9 @@ VX_COMMAND(pyIsComplexHandler, "pyIsComplex", 1) {
 VX_COMMAND(pyIsStringHandler, "pyIsString", 1) {
     reply(promise, truthValue(primitive::pyIsString(addressArg(prhs, 0))));
 }
+// Python 3 has one text type: the unicode commands are the string commands.
 VX_COMMAND(pyIsUnicodeHandler, "pyIsUnicode", 1) {
-    reply(promise, truthValue(primitive::pyIsString(addressArg(prhs, 0))));
+    pyIsStringHandler().execute(name, nlhs, promise, nrhs, prhs);
 }
 VX_COMMAND(pyIsSequenceHandler, "pyIsSequence", 1) {
     reply(promise, truthValue(sequence::pyIsSequence(addressArg(prhs, 0))));
@@ -120,7 +121,7 @@ VX_COMMAND(pyStringGetDataHandler, "pyStringGetData", 1) {
     reply(promise, text(object::get_ustring(addressArg(prhs, 0))));
 }
 VX_COMMAND(pyUnicodeGetDataHandler, "pyUnicodeGetData", 1) {
-    reply(promise, text(object::get_ustring(addressArg(prhs, 0))));
+    pyStringGetDataHandler().execute(name, nlhs, promise, nrhs, prhs);
 }
 VX_COMMAND(pySequenceLengthHandler, "pySequenceLength", 1) {
     reply(promise, uint64Value(sequence::pySequenceLength(addressArg(prhs, 0))));

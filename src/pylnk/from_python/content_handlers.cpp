@@ -142,7 +142,7 @@ VX_COMMAND(pyConvertMappingToDictionaryHandler, "pyConvertMappingToDictionary", 
 }
 
 VX_COMMAND(pyDictGetDataHandler, "pyDictGetData", 1) {
-    reply(promise, buildDictionaryData(addressArg(prhs, 0), classMetadataCache()));
+    pyConvertMappingToDictionaryHandler().execute(name, nlhs, promise, nrhs, prhs);
 }
 
 // An object without contiguous data, or with a format the host has no type
