@@ -66,6 +66,11 @@ TEST_F(FastResults, FirstObjectOfAClassCarriesItsDescriptionLaterOnesTheDottedNa
     // described, only named.
     exec("Point = type('Point', (), {'__module__': 'other'})");
     EXPECT_EQ(textOf(metadata("Point()")), "other.Point");
+    // A class that moves after it was named is named anew.
+    exec("Point.__module__ = 'moved'");
+    EXPECT_EQ(textOf(metadata("Point()")), "moved.Point");
+    exec("Point.__module__ = None");
+    EXPECT_EQ(textOf(metadata("Point()")), "Point");
     // A class whose module cannot be read, once cached, has empty text and
     // leaves no error behind.
     exec(

@@ -11,21 +11,22 @@ namespace {
 
 // The call of pyInvoke and pyInvokeFast: callable, tuple and, unless only
 // two arguments came, a keyword dict, all by address.
-H invokeByAddress(size_t nrhs, vd::Array* prhs) {
+pylnk_core::api::PyOwned invokeByAddress(size_t nrhs, vd::Array* prhs) {
     python::pyArray* callable = addressArg(prhs, 0);
     python::pyArray* arguments = addressArg(prhs, 1);
     python::pyArray* keywords = nrhs == 2 ? nullptr : addressArg(prhs, 2);
-    return object::pyInvoke(callable, arguments, keywords);
+    return object::pyInvokeOwned(callable, arguments, keywords);
 }
 
 }  // namespace
 
 VX_COMMAND(pyInvokeHandler, "pyInvoke", 2) {
-    reply(promise, objectAddress(invokeByAddress(nrhs, prhs)));
+    reply(promise, objectAddress(H(invokeByAddress(nrhs, prhs))));
 }
 
 VX_COMMAND(pyInvokeFastHandler, "pyInvokeFast", 2) {
-    reply(promise, buildObjectResult(invokeByAddress(nrhs, prhs), classMetadataCache()));
+    const pylnk_core::api::PyOwned result = invokeByAddress(nrhs, prhs);
+    reply(promise, buildObjectResult(result.get(), classMetadataCache()));
 }
 
 VX_COMMAND(pyInvokeFastInputHandler, "pyInvokeFastInput", 2) {
