@@ -6,6 +6,7 @@
 #include <limits>
 #include <new>
 
+#include "foundation/veltradata/shared_memory.h"
 #include "internal.h"
 
 namespace foundation::veltradata {
@@ -18,7 +19,7 @@ template <class T>
 constexpr bool plainElement = ElementType<T>::plain;
 
 template <class T>
-void* allocateTyped(int type, std::size_t count) {
+void* allocateTyped(int type, std::size_t count, Fill fill) {
     static_assert(!plainElement<T> || std::is_trivially_copyable_v<T>,
                   "plain elements are copied as bytes");
     constexpr std::size_t header = sizeof(BufferHeader);
@@ -26,10 +27,19 @@ void* allocateTyped(int type, std::size_t count) {
         throw InvalidDimensionsException("An array of " + std::to_string(count) +
                                          " elements does not fit in memory.");
     }
+    if constexpr (plainElement<T>) {
+        if (count * sizeof(T) >= shared_memory::kLargeBufferBytes) {
+            if (void* large = allocateLarge(count * sizeof(T), fill == Fill::Zeroed)) {
+                auto* head = const_cast<BufferHeader*>(headerOf(large));
+                *head = BufferHeader{kLargeBufferMagic, type, count};
+                return large;
+            }
+        }
+    }
     const std::size_t bytes = header + count * sizeof(T);
-    // calloc: new numeric elements read as zero, and large buffers come as
-    // untouched zero pages.
-    void* raw = plainElement<T> ? std::calloc(1, bytes) : std::malloc(bytes);
+    // calloc: new numeric elements read as zero.
+    void* raw =
+        plainElement<T> && fill == Fill::Zeroed ? std::calloc(1, bytes) : std::malloc(bytes);
     if (raw == nullptr) {
         throw std::bad_alloc();
     }
@@ -56,9 +66,9 @@ const BufferHeader* headerOf(const void* data) noexcept {
                                                  sizeof(BufferHeader));
 }
 
-void* allocateElements(int type, std::size_t count) {
+void* allocateElements(int type, std::size_t count, Fill fill) {
     return dispatchElement(
-        type, [&]<class T>(std::type_identity<T>) { return allocateTyped<T>(type, count); });
+        type, [&]<class T>(std::type_identity<T>) { return allocateTyped<T>(type, count, fill); });
 }
 
 void freeElementBuffer(void* data) noexcept {
@@ -66,6 +76,10 @@ void freeElementBuffer(void* data) noexcept {
         return;
     }
     auto* head = const_cast<BufferHeader*>(headerOf(data));
+    if (head->magic == kLargeBufferMagic) {
+        freeLarge(head);
+        return;
+    }
     if (!isPlain(head->type) && hasStorage(head->type)) {
         dispatchElement(head->type, [&]<class T>(std::type_identity<T>) {
             std::destroy_n(static_cast<T*>(data), head->count);
@@ -144,7 +158,8 @@ namespace {
 
 // A copy of the impl's elements in a buffer of the library's own.
 void* copyElements(const ArrayImpl& impl) {
-    void* copy = allocateElements(impl.type, impl.numel);
+    void* copy = allocateElements(impl.type, impl.numel,
+                                  isPlain(impl.type) ? Fill::Uninitialised : Fill::Zeroed);
     dispatchElement(impl.type, [&]<class T>(std::type_identity<T>) {
         if constexpr (plainElement<T>) {
             if (impl.numel != 0) {
@@ -298,7 +313,7 @@ void* Array::releaseBuffer(void (**deleter)(void*)) {
     if (impl_ == nullptr) {
         data = detail::allocateElements(type, 0);
         *deleter = &detail::freeElementBuffer;
-    } else if (impl_->refs.load(std::memory_order_acquire) == 1) {
+    } else if (impl_->refs.load(std::memory_order_acquire) == 1 && !impl_->borrowed) {
         data = std::exchange(impl_->data, nullptr);
         *deleter = std::exchange(impl_->deleter, nullptr);
     } else {

@@ -139,6 +139,17 @@ std::unique_ptr<void, void (*)(void*)> ArrayFactory::createBuffer(ArrayType type
     return {detail::allocateElements(raw, count), &detail::freeElementBuffer};
 }
 
+std::unique_ptr<void, void (*)(void*)> ArrayFactory::createUninitialisedBuffer(
+    ArrayType type, std::size_t count) const {
+    const int raw = static_cast<int>(type);
+    if (!detail::isPlain(raw)) {
+        throw InvalidArgumentException("createUninitialisedBuffer cannot make a buffer of type " +
+                                       toString(type) + ".");
+    }
+    return {detail::allocateElements(raw, count, detail::Fill::Uninitialised),
+            &detail::freeElementBuffer};
+}
+
 void ArrayFactory::createBuffer(void** buffer, void (**deleter)(void*), int type,
                                 std::size_t count) const {
     if (buffer == nullptr || deleter == nullptr) {
@@ -176,7 +187,7 @@ Array ArrayFactory::createArrayFromBuffer(std::vector<std::size_t> dims, ArrayTy
     }
     if (buffer.get_deleter() == &detail::freeElementBuffer) {
         const detail::BufferHeader* head = detail::headerOf(buffer.get());
-        if (head->magic != detail::kBufferMagic) {
+        if (!detail::madeHere(head)) {
             throw InvalidBufferException("The buffer was not made by this library.");
         }
         if (head->type != raw || head->count != numel) {

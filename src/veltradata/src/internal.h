@@ -112,11 +112,27 @@ struct alignas(16) BufferHeader {
     std::uint64_t count;
 };
 inline constexpr std::uint32_t kBufferMagic = 0x56584231u;
+// A large buffer: pages of its own, in anonymous or shareable memory
+// (large_buffers.cpp).
+inline constexpr std::uint32_t kLargeBufferMagic = 0x56584232u;
+
+inline bool madeHere(const BufferHeader* head) noexcept {
+    return head->magic == kBufferMagic || head->magic == kLargeBufferMagic;
+}
 
 // Zeroed (plain types) or default-constructed elements; never null.
-void* allocateElements(int type, std::size_t count);
+// Uninitialised skips the zeroing of plain elements, for callers that write
+// every element before anyone reads it.
+enum class Fill { Zeroed, Uninitialised };
+void* allocateElements(int type, std::size_t count, Fill fill = Fill::Zeroed);
 void freeElementBuffer(void* data) noexcept;
 const BufferHeader* headerOf(const void* data) noexcept;
+
+// Large buffers: `bytes` of elements with their header in front; the data
+// pointer comes back, or nullptr when no such memory can be had (the caller
+// then takes the heap's).
+void* allocateLarge(std::size_t bytes, bool zeroed);
+void freeLarge(BufferHeader* head) noexcept;
 
 // A new, unshared impl with fresh storage for types that have it.
 ArrayImpl* makeImpl(int type, std::vector<std::size_t> dims, std::size_t numel,

@@ -1,6 +1,5 @@
 #include "capi_table.h"
 
-#include <sys/mman.h>
 
 #include <cstdlib>
 #include <mutex>
@@ -60,27 +59,6 @@ vd::ArrayType hostTypeOf(const Layout& layout) {
     return *type;
 }
 
-// Room for a copy of `elements` items. A large copy gets memory of its own,
-// in whole huge pages where the system gives them (NumPy takes its own large
-// arrays so): the copy writes every byte, so nothing needs zeroing, and a
-// fresh buffer costs one page fault per 2 MiB instead of per 4 KiB. The host
-// array takes it over with its deleter.
-std::unique_ptr<void, void (*)(void*)> roomForCopy(const vd::standalone::ArrayFactory& factory,
-                                                   vd::ArrayType type, std::size_t elements,
-                                                   std::size_t itemSize) {
-    constexpr std::size_t kHugePage = std::size_t{2} << 20;
-    const std::size_t bytes = elements * itemSize;
-    if (bytes >= 2 * kHugePage) {
-        const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
-        if (void* room = std::aligned_alloc(kHugePage, rounded)) {
-            // Advice only: refused, the pages are ordinary ones.
-            madvise(room, rounded, MADV_HUGEPAGE);
-            return {room, [](void* memory) { std::free(memory); }};
-        }
-    }
-    return factory.createBuffer(type, elements);
-}
-
 // One copy of the elements, in column-major order. 0-d data becomes 1 by 1
 // and n elements in one dimension an n by 1 column.
 vd::Array copyToHostArray(const Layout& layout) {
@@ -104,7 +82,10 @@ vd::Array copyToHostArray(const Layout& layout) {
     if (elements > count) {
         raise(PyExc_BufferError, "libvxbuffer: the exporter's shape exceeds its data");
     }
-    auto buffer = roomForCopy(factory, type, elements, layout.itemSize);
+    // Every byte is written below: no need to clear the room first. A large
+    // copy gets pages of its own (shareable ones where the process shares
+    // large buffers with another).
+    auto buffer = factory.createUninitialisedBuffer(type, elements);
     auto* out = static_cast<std::byte*>(buffer.get());
     copyToColumnMajor(layout.first, layout.shape, layout.strides, layout.itemSize, out);
     if (type == vd::ArrayType::LOGICAL) {

@@ -21,6 +21,7 @@
 #include "foundation/veltradata/exceptions.h"
 #include "foundation/veltradata/factory.h"
 #include "foundation/veltradata/references.h"
+#include "foundation/veltradata/shared_memory.h"
 #include "foundation/veltradata/typed_array.h"
 #include "foundation/veltradata/types.h"
 #include "foundation/veltradata/visit.h"

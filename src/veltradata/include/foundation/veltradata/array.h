@@ -33,6 +33,9 @@ struct FieldTable;
 struct ArrayImpl {
     std::atomic<std::size_t> refs{1};
     int type = 0;  // raw value: arrays of unknown types report it unchanged
+    // The elements are another process's, mapped read-only: never written
+    // in place, whoever holds them.
+    bool borrowed = false;
     std::size_t numel = 0;
     std::vector<std::size_t> dims;  // at least two entries
     void* data = nullptr;
@@ -161,11 +164,12 @@ class Array {
             impl_->refs.fetch_add(1, std::memory_order_relaxed);
         }
     }
-    // Gives this holder storage of its own when another holder shares it.
+    // Gives this holder storage of its own when another holder shares it
+    // (or the storage is borrowed).
     void detach() {
         // Acquire pairs with the release of the other holders' counts, so their
         // last reads of the storage happen before this holder writes to it.
-        if (impl_ && impl_->refs.load(std::memory_order_acquire) != 1) {
+        if (impl_ && (impl_->refs.load(std::memory_order_acquire) != 1 || impl_->borrowed)) {
             detachSlow();
         }
     }

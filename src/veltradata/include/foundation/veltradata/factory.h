@@ -174,6 +174,10 @@ class ArrayFactory {
     std::unique_ptr<void, void (*)(void*)> createBuffer(ArrayType type, std::size_t count) const;
     // The same, filling a raw pointer and its deleter; `type` is an ArrayType value.
     void createBuffer(void** buffer, void (**deleter)(void*), int type, std::size_t count) const;
+    // Room for `count` elements of type 1, 2 or 4 to 23 that are not cleared,
+    // for a caller that writes every element before anything reads them.
+    std::unique_ptr<void, void (*)(void*)> createUninitialisedBuffer(ArrayType type,
+                                                                     std::size_t count) const;
     template <ArrayElement T>
     std::unique_ptr<T[], void (*)(void*)> createBuffer(std::size_t count) const {
         auto buffer = createBuffer(arrayTypeOf<T>, count);
