@@ -18,6 +18,19 @@ namespace {
 template <class T>
 constexpr bool plainElement = ElementType<T>::plain;
 
+template <class... T>
+constexpr bool sizesAsDescribed() {
+    return ((describe(ElementType<T>::value).elementSize == sizeof(T)) && ...);
+}
+static_assert(
+    sizesAsDescribed<
+        bool, char16_t, double, float, std::int8_t, std::uint8_t, std::int16_t, std::uint16_t,
+        std::int32_t, std::uint32_t, std::int64_t, std::uint64_t, std::complex<double>,
+        std::complex<float>, std::complex<std::int8_t>, std::complex<std::uint8_t>,
+        std::complex<std::int16_t>, std::complex<std::uint16_t>, std::complex<std::int32_t>,
+        std::complex<std::uint32_t>, std::complex<std::int64_t>, std::complex<std::uint64_t>>(),
+    "a plain element takes the bytes its type's description says");
+
 template <class T>
 void* allocateTyped(int type, std::size_t count, Fill fill) {
     static_assert(!plainElement<T> || std::is_trivially_copyable_v<T>,
@@ -284,11 +297,7 @@ const void* Array::getReadOnlyData() const noexcept {
 }
 
 std::size_t Array::getElementSize() const noexcept {
-    const int type = impl_ ? impl_->type : static_cast<int>(ArrayType::DOUBLE);
-    if (!detail::isPlain(type)) {
-        return 0;
-    }
-    return detail::dispatchElement(type, []<class T>(std::type_identity<T>) { return sizeof(T); });
+    return describe(impl_ ? static_cast<ArrayType>(impl_->type) : ArrayType::DOUBLE).elementSize;
 }
 
 void Array::detachSlow() {

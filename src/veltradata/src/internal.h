@@ -32,7 +32,7 @@ inline bool hasStorage(int type) noexcept {
     return (type >= 1 && type <= 25) || (type >= 27 && type <= 29);
 }
 inline bool isPlain(int type) noexcept {
-    return type == 1 || type == 2 || (type >= 4 && type <= 23);
+    return describe(static_cast<ArrayType>(type)).elementSize != 0;
 }
 
 // Calls f(std::type_identity<T>{}) for the element type T of a type with storage.

@@ -47,7 +47,8 @@ void destroyImpl(ArrayImpl* impl) noexcept;
 [[noreturn]] void throwWrongType(ArrayType actual, ArrayType expected);
 
 // ElementType<T>::value is the ArrayType whose elements are T; `plain` marks
-// trivially copyable elements stored as raw bytes.
+// trivially copyable elements stored as raw bytes, as many bytes as the
+// type's description says.
 template <class T>
 struct ElementType;
 
