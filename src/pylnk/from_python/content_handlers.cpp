@@ -160,17 +160,18 @@ VX_COMMAND(pyNumericConversionHandler, "pyNumericConversion", 1) {
             std::string("pyNumericConversion: the object has no contiguous numeric data (") +
             failure.what() + ").");
     }
-    const NumericTypeCode* row = numericTypeCodeOf(fixedWidthCode(format, itemSize));
+    const std::optional<vd::ArrayType> itemType = realTypeOfCode(fixedWidthCode(format, itemSize));
     const std::string described = "the format '" + std::string(format == 0 ? 0 : 1, format) +
                                   "' with items of " + std::to_string(itemSize) + " bytes";
-    if (row == nullptr) {
+    if (!itemType) {
         throw std::invalid_argument("pyNumericConversion: no host type serves " + described + ".");
     }
-    if (bytes % row->itemSize != 0) {
+    const size_t elementSize = vd::describe(*itemType).elementSize;
+    if (bytes % elementSize != 0) {
         throw std::invalid_argument("pyNumericConversion: " + std::to_string(bytes) +
                                     " bytes are no whole number of items of " + described + ".");
     }
-    reply(promise, copiedRow(row->type, data, bytes / row->itemSize, row->itemSize));
+    reply(promise, copiedRow(*itemType, data, bytes / elementSize, elementSize));
 }
 
 // The text ends at a NUL character, as the narrow text of a C string does.
