@@ -134,8 +134,11 @@ const BufferHeader* headerOf(const void* data) noexcept;
 void* allocateLarge(std::size_t bytes, bool zeroed);
 void freeLarge(BufferHeader* head) noexcept;
 
-// A new, unshared impl with fresh storage for types that have it.
+// A new, unshared impl with fresh storage for types that have it (zeroed or
+// default-constructed elements).
 ArrayImpl* makeImpl(int type, std::vector<std::size_t> dims, std::size_t numel,
+                    std::shared_ptr<const FieldTable> fields = nullptr);
+ArrayImpl* makeImpl(int type, Dims dims, std::size_t numel,
                     std::shared_ptr<const FieldTable> fields = nullptr);
 // Copy of the dimensions in canonical form, with their element count.
 std::vector<std::size_t> normalizeDims(std::vector<std::size_t> dims, std::size_t* numel);
