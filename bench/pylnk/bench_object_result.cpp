@@ -3,9 +3,10 @@
 // already described once, against Ping in the same run. Both are sent
 // through feval_dispatcher with arrays made once, so that the caller adds
 // nothing of its own; blocks of the two take turns, and the figures are
-// medians over the blocks. Heap allocations are counted by replacing the
-// global operator new of the process (the library's included; the
-// interpreter allocates with malloc and is not counted).
+// medians over the blocks. pyInvoke of the same function, whose reply is
+// the address alone, shows what the call itself costs. Heap allocations are counted by replacing
+// the global operator new of the process (the library's included; the interpreter allocates with
+// malloc and is not counted).
 //   bench_object_result [blocks]      (default 15)
 #include <algorithm>
 #include <atomic>
@@ -145,11 +146,13 @@ int main(int argc, char** argv) {
     block("Ping", ping);
 
     std::printf("load average before: %.2f\n", loadAverage());
-    std::vector<double> pingMicros, fastMicros, pingAllocations, fastAllocations;
+    std::vector<double> pingMicros, callMicros, fastMicros, pingAllocations, fastAllocations;
     for (int i = 0; i < blocks; ++i) {
         const Figures p = block("Ping", ping);
+        const Figures c = block("pyInvoke", invoke);
         const Figures f = block("pyInvokeFast", invoke);
         pingMicros.push_back(p.micros);
+        callMicros.push_back(c.micros);
         fastMicros.push_back(f.micros);
         pingAllocations.push_back(p.allocations);
         fastAllocations.push_back(f.allocations);
@@ -160,6 +163,8 @@ int main(int argc, char** argv) {
     const double ping_new = median(pingAllocations);
     const double fast_new = median(fastAllocations);
     std::printf("%-40s %8.2f us/call %6.1f operator new/call\n", "Ping", ping_us, ping_new);
+    std::printf("%-40s %8.2f us/call\n", "pyInvoke of half() (the address alone)",
+                median(callMicros));
     std::printf("%-40s %8.2f us/call %6.1f operator new/call\n", "pyInvokeFast of half() -> 0.5",
                 fast_us, fast_new);
     std::printf(
