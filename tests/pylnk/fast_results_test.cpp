@@ -29,7 +29,7 @@ vd::Array fast(const std::string& expression, const std::string& attribute) {
 
 }  // namespace
 
-TEST_F(FastResults, ScalarDataOnlyForTruthValuesFloatsAndComplexNumbers) {
+TEST_F(FastResults, ScalarDataOnlyForBoolFloatComplex) {
     // An int stays an object, like text, None and containers; every result
     // carries an address the host can use and release.
     const std::tuple<const char*, const char*, const char*> results[] = {
@@ -53,7 +53,7 @@ TEST_F(FastResults, ScalarDataOnlyForTruthValuesFloatsAndComplexNumbers) {
     EXPECT_EQ(namesOf(field(fast("point", ""), "classProperties")), (Names{"x", "y"}));
 }
 
-TEST_F(FastResults, FirstObjectOfAClassCarriesItsDescriptionLaterOnesTheDottedName) {
+TEST_F(FastResults, FirstOfAClassDescribedLaterOnesNamed) {
     const auto metadata = [](const std::string& expression) {
         return field(fast(expression, ""), "classMetadata");
     };
