@@ -3,10 +3,12 @@
 // already described once, against Ping in the same run. Both are sent
 // through feval_dispatcher with arrays made once, so that the caller adds
 // nothing of its own; blocks of the two take turns, and the figures are
-// medians over the blocks. pyInvoke of the same function, whose reply is
-// the address alone, shows what the call itself costs. Heap allocations are counted by replacing
-// the global operator new of the process (the library's included; the interpreter allocates with
-// malloc and is not counted).
+// medians over the blocks: the time per call of a block, and the median of
+// its single calls (which leaves out the calls that found the other side
+// asleep). pyInvoke of the same function, whose reply is the address alone,
+// shows what the call itself costs. Heap allocations are counted by
+// replacing the global operator new of the process (the library's included;
+// the interpreter allocates with malloc and is not counted).
 //   bench_object_result [blocks]      (default 15)
 #include <algorithm>
 #include <atomic>
@@ -99,26 +101,32 @@ using interprocess::pylnk::server::libpylnk::feval_dispatcher;
 constexpr int kCallsPerBlock = 20'000;
 
 struct Figures {
-    double micros = 0;       // per call
-    double allocations = 0;  // per call
+    double micros = 0;        // per call, over the block
+    double medianMicros = 0;  // of the single calls of the block
+    double allocations = 0;   // per call
 };
-
-// One block of calls of one command with the same arguments.
-Figures block(const std::string& name, std::vector<vd::Array>& arguments) {
-    vd::Array reply[1];
-    const long long before = allocations.load();
-    const auto start = Clock::now();
-    for (int i = 0; i < kCallsPerBlock; ++i) {
-        feval_dispatcher(name, 1, reply, arguments.size(), arguments.data());
-    }
-    const double elapsed = std::chrono::duration<double, std::micro>(Clock::now() - start).count();
-    return {elapsed / kCallsPerBlock,
-            static_cast<double>(allocations.load() - before) / kCallsPerBlock};
-}
 
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
+}
+
+// One block of calls of one command with the same arguments.
+Figures block(const std::string& name, std::vector<vd::Array>& arguments) {
+    vd::Array reply[1];
+    static std::vector<double> single(kCallsPerBlock);  // made before counting
+    const long long before = allocations.load();
+    const auto start = Clock::now();
+    auto last = start;
+    for (int i = 0; i < kCallsPerBlock; ++i) {
+        feval_dispatcher(name, 1, reply, arguments.size(), arguments.data());
+        const auto now = Clock::now();
+        single[i] = std::chrono::duration<double, std::micro>(now - last).count();
+        last = now;
+    }
+    const long long made = allocations.load() - before;
+    const double elapsed = std::chrono::duration<double, std::micro>(last - start).count();
+    return {elapsed / kCallsPerBlock, median(single), static_cast<double>(made) / kCallsPerBlock};
 }
 
 double loadAverage() {
@@ -147,6 +155,7 @@ int main(int argc, char** argv) {
 
     std::printf("load average before: %.2f\n", loadAverage());
     std::vector<double> pingMicros, callMicros, fastMicros, pingAllocations, fastAllocations;
+    std::vector<double> pingSingle, callSingle, fastSingle;
     for (int i = 0; i < blocks; ++i) {
         const Figures p = block("Ping", ping);
         const Figures c = block("pyInvoke", invoke);
@@ -154,22 +163,27 @@ int main(int argc, char** argv) {
         pingMicros.push_back(p.micros);
         callMicros.push_back(c.micros);
         fastMicros.push_back(f.micros);
+        pingSingle.push_back(p.medianMicros);
+        callSingle.push_back(c.medianMicros);
+        fastSingle.push_back(f.medianMicros);
         pingAllocations.push_back(p.allocations);
         fastAllocations.push_back(f.allocations);
     }
     std::printf("load average after: %.2f\n", loadAverage());
-    const double ping_us = median(pingMicros);
-    const double fast_us = median(fastMicros);
-    const double ping_new = median(pingAllocations);
-    const double fast_new = median(fastAllocations);
-    std::printf("%-40s %8.2f us/call %6.1f operator new/call\n", "Ping", ping_us, ping_new);
-    std::printf("%-40s %8.2f us/call\n", "pyInvoke of half() (the address alone)",
-                median(callMicros));
-    std::printf("%-40s %8.2f us/call %6.1f operator new/call\n", "pyInvokeFast of half() -> 0.5",
-                fast_us, fast_new);
+    const double pingNew = median(pingAllocations);
+    const double fastNew = median(fastAllocations);
+    std::printf("%-40s %13s %13s %12s\n", "", "us/call", "median call", "new/call");
+    std::printf("%-40s %13.2f %13.2f %12.1f\n", "Ping", median(pingMicros), median(pingSingle),
+                pingNew);
+    std::printf("%-40s %13.2f %13.2f\n", "pyInvoke of half() (the address alone)",
+                median(callMicros), median(callSingle));
+    std::printf("%-40s %13.2f %13.2f %12.1f\n", "pyInvokeFast of half() -> 0.5", median(fastMicros),
+                median(fastSingle), fastNew);
     std::printf(
-        "pyInvokeFast/Ping: %.2f times (at most 2), allocations beyond Ping: %.1f (at most 4)\n",
-        fast_us / ping_us, fast_new - ping_new);
+        "pyInvokeFast/Ping: %.2f times (median call %.2f; at most 2), allocations beyond Ping: "
+        "%.1f (at most 4)\n",
+        median(fastMicros) / median(pingMicros), median(fastSingle) / median(pingSingle),
+        fastNew - pingNew);
     vxtest::call("pyClose");
     return 0;
 }
