@@ -6,7 +6,6 @@
 
 #include <string>
 
-#include "base/py_handler_base.h"
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
 #include "introspection/metadata_caches.h"

@@ -3,7 +3,6 @@
 // module. Kept by module name in moduleMetadataCache.
 #pragma once
 
-#include "base/py_handler_base.h"
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
 
