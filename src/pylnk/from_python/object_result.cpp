@@ -17,11 +17,11 @@ using pylnk_core::InternalPyException;
 
 namespace {
 
-// The dotted name of a class, with what it was made of: the class is held, so
-// that its address stays its own, and the name and module texts are compared
-// on each use, since a class of Python code may be renamed or moved.
+// The dotted name of a class, with the texts it was made of, found by the
+// class's address. The texts are compared on each use: a class of Python code
+// may be renamed or moved, and a new class may take the address of one that
+// died (which is why no reference is needed to keep the class alive).
 struct DottedName {
-    H cls;
     std::string name;
     std::optional<std::string> module;  // none: __module__ was None
     vd::Array text;
@@ -81,7 +81,7 @@ vd::Array dottedClassName(python::pyArray* cls, python::pyArray* name,
             if (known.size() >= kDottedNamesKept) {
                 known.clear();
             }
-            known[cls] = {holderOf(cls), className,
+            known[cls] = {className,
                           moduleUtf8 ? std::optional<std::string>(*moduleUtf8) : std::nullopt,
                           text};
         }
