@@ -15,7 +15,7 @@ struct Buffers : SessionTest {
 
 }  // namespace
 
-TEST_F(Buffers, HostMatrixIsSeenByNumpyWithoutACopyAndCannotBeWritten) {
+TEST_F(Buffers, NumpySeesHostMatrixWithoutCopyReadOnly) {
     vd::TypedArray<double> host = f.createArray<double>({3, 4});
     for (size_t k = 0; k < 12; ++k) {
         host[k] = static_cast<double>(k);
@@ -52,7 +52,7 @@ TEST_F(Buffers, HostMatrixIsSeenByNumpyWithoutACopyAndCannotBeWritten) {
     EXPECT_EQ(strOf(eval("float(b.sum())")), "66.0");
 }
 
-TEST_F(Buffers, EveryFormatAndBothOrdersComeBackColumnMajor) {
+TEST_F(Buffers, FormatsAndOrdersComeBackColumnMajor) {
     // np.arange(6).reshape(2, 3) in the host's column-major order.
     for (const auto& [dtype, type] : std::vector<std::pair<std::string, std::string>>{
              {"float64", "DOUBLE"},

@@ -145,7 +145,7 @@ TEST_F(ClassMetadata, SignaturesAndAnnotations) {
     EXPECT_FALSE(errorOccurred());
 }
 
-TEST_F(ClassMetadata, OperatorsComeFromTheOperatorModuleInTableOrder) {
+TEST_F(ClassMetadata, OperatorsFromOperatorModuleInTableOrder) {
     const vd::Array metadata = metadataOf("shape");
     const vd::Array operators = field(metadata, "operators");
     EXPECT_EQ(namesOf(operators), (Names{"plus", "eq", "ge", "gt", "le", "lt", "ne"}));

@@ -49,7 +49,7 @@ std::string results(const vd::Array& cells) {
 
 }  // namespace
 
-TEST_F(Content, SequencesBecomeRowsOfObjectResultsOrOfNumbers) {
+TEST_F(Content, SequencesBecomeRowsOfResultsOrNumbers) {
     const vd::Array cell = callOn("pyConvertSequenceToCell", "(1.5, 'a', None)");
     EXPECT_EQ(show(cell), "CELL 1x3:");
     EXPECT_EQ(results(cell), "DOUBLE 1x1: 1.5 | str: a | str: None");
@@ -125,7 +125,7 @@ TEST_F(Content, MappingsAsStructsAndAsDictionaryData) {
     EXPECT_EQ(show(field(empty, "VELTRAPyHost_pyKeyData")), "CELL 1x0:");
 }
 
-TEST_F(Content, TextEndsAtNulBytesAndNumericDataAreCopiedWhole) {
+TEST_F(Content, TextEndsAtNulNumbersCopiedWhole) {
     EXPECT_EQ(show(callOn("pyStringGetString", "'ab\\x00cd'")), "CHAR 1x2: ab");
     EXPECT_EQ(vd::CharArray(callOn("pyStringGetString", "'caf\\u00e9'")).toUTF16(), u"caf\u00e9");
 

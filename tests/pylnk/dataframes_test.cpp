@@ -75,7 +75,7 @@ Strings columns(const vd::Array& reply) {
 // dtypes as their plain type when nothing is missing, with NaN at a missing
 // float, and cell by cell when a missing integer or truth value has to be
 // marked. DataType is always pandas' own name.
-TEST_F(DataFrames, NumbersAndTruthValuesKeepTheirTypeAndEveryMissingValueIsMarked) {
+TEST_F(DataFrames, NumbersKeepTheirTypeMissingValuesMarked) {
     EXPECT_EQ(
         columns(frameData(
             "pandas.DataFrame({'i8': numpy.array([-1, 2], 'i1'),"
@@ -104,7 +104,7 @@ TEST_F(DataFrames, NumbersAndTruthValuesKeepTheirTypeAndEveryMissingValueIsMarke
     call("pyErrorClear");
 }
 
-TEST_F(DataFrames, DatesDurationsTextAndOtherDtypesByTheirRoads) {
+TEST_F(DataFrames, DatesDurationsTextAndOtherDtypes) {
     const vd::Array reply = frameData(
         "pandas.DataFrame({"
         " 'd': pandas.to_datetime(['2024-02-29 10:30:15.250', None]),"
@@ -204,7 +204,7 @@ TEST_F(DataFrames, LabelsIndexesAndSeries) {
     call("pyErrorClear");
 }
 
-TEST_F(DataFrames, TimetablesTakeTheFirstDateOrDurationColumnAsFieldZero) {
+TEST_F(DataFrames, TimetablesIndexByFirstTimeColumn) {
     const vd::Array indexed = timetable(
         "pandas.DataFrame({'v': [1.5, 2.5]},"
         " index=pandas.DatetimeIndex(['2024-01-01', '2024-01-02'], name='when'))");
@@ -240,7 +240,7 @@ TEST_F(DataFrames, TimetablesTakeTheFirstDateOrDurationColumnAsFieldZero) {
 
 // The reset, the relabelling and the removal of the row times work on frames
 // of the library's own, over the same data, and are dropped afterwards.
-TEST_F(DataFrames, TheHostsFrameStaysAsItWasAndKeepsItsReferences) {
+TEST_F(DataFrames, HostFrameStaysUnchangedWithItsReferences) {
     exec(
         "host = pandas.DataFrame({'a': [1.0, 2.0], 'b': [3.0, 4.0],"
         " 'when': pandas.to_datetime(['2024-01-01', '2024-01-02'])},"

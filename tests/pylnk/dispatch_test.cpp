@@ -40,7 +40,7 @@ TEST(Door, TestEchoCopiesTheSmallerCountWithoutPython) {
     EXPECT_EQ(valueOf<double>(out[0]), 1);
 }
 
-TEST(Door, BuiltinsAnswerWithCharArraysAndUnknownNamesFail) {
+TEST(Door, BuiltinsAnswerCharArraysUnknownNamesFail) {
     startSystemPython();
     EXPECT_EQ(show(call("Ping")), "CHAR 1x7: success");
     EXPECT_EQ(textOf(call("ClearMetadataMap")), "success");

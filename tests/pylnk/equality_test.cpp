@@ -19,7 +19,7 @@ vd::Array compare(const std::string& command, const std::vector<vd::Array>& valu
 
 }  // namespace
 
-TEST_F(Equality, IsEqualAnswersWithTheObjectResultOfWhatEqualityGives) {
+TEST_F(Equality, IsEqualAnswersWithAnObjectResult) {
     const auto equal = [](const vd::Array& a, const vd::Array& b,
                           const vd::Array& keywords = keywordsOf({})) {
         const vd::Array result = compare("pyIsEqual", {a, b}, keywords);
@@ -52,7 +52,7 @@ TEST_F(Equality, IsEqualAnswersWithTheObjectResultOfWhatEqualityGives) {
     call("pyErrorClear");
 }
 
-TEST_F(Equality, NumpyArrayEqualGivesABareTruthValueAndTakesKeywords) {
+TEST_F(Equality, NumpyArrayEqualGivesTruthValueTakesKeywords) {
     const vd::Array withNan = row<double>({1.0, std::nan("")});
     const vd::Array plain = compare("pyIsNumpyArrayEqual", {withNan, withNan});
     EXPECT_EQ(show(plain), "LOGICAL 1x1: 0");
@@ -63,7 +63,7 @@ TEST_F(Equality, NumpyArrayEqualGivesABareTruthValueAndTakesKeywords) {
         truthOf(compare("pyIsNumpyArrayEqual", {row<double>({1, 2}), row<double>({1, 2, 3})})));
 }
 
-TEST_F(Equality, AFailedConversionIsTheReplyAndNothingOfTheRequestStaysAlive) {
+TEST_F(Equality, FailedConversionIsTheReplyNothingStaysAlive) {
     const Address held = eval("object()");
     const long long before = refcount(held);
     const vd::Array refused = f.createArray(vd::ArrayType::COMPLEX_INT8, {1, 1});

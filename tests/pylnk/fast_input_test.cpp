@@ -20,7 +20,7 @@ struct FastInput : SessionTest {
 
 }  // namespace
 
-TEST_F(FastInput, ArgumentsAndKeywordsReachTheCallAndTheReplyIsAnObjectResult) {
+TEST_F(FastInput, ArgumentsAndKeywordsReachTheCall) {
     const vd::Array result = invokeFastInput(eval("record"), {});
     EXPECT_EQ(show(field(result, "scalarData")), "DOUBLE 1x1: 2.5");
     release(addressOf(field(result, "object")));

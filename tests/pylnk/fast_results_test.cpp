@@ -29,7 +29,7 @@ vd::Array fast(const std::string& expression, const std::string& attribute) {
 
 }  // namespace
 
-TEST_F(FastResults, ScalarDataOnlyForTruthValuesFloatsAndComplexNumbers) {
+TEST_F(FastResults, ScalarDataOnlyForBoolFloatComplex) {
     // An int stays an object, like text, None and containers; every result
     // carries an address the host can use and release.
     const std::tuple<const char*, const char*, const char*> results[] = {
@@ -53,7 +53,7 @@ TEST_F(FastResults, ScalarDataOnlyForTruthValuesFloatsAndComplexNumbers) {
     EXPECT_EQ(namesOf(field(fast("point", ""), "classProperties")), (Names{"x", "y"}));
 }
 
-TEST_F(FastResults, FirstObjectOfAClassCarriesItsDescriptionLaterOnesTheDottedName) {
+TEST_F(FastResults, FirstOfAClassDescribedLaterOnesNamed) {
     const auto metadata = [](const std::string& expression) {
         return field(fast(expression, ""), "classMetadata");
     };
@@ -66,6 +66,11 @@ TEST_F(FastResults, FirstObjectOfAClassCarriesItsDescriptionLaterOnesTheDottedNa
     // described, only named.
     exec("Point = type('Point', (), {'__module__': 'other'})");
     EXPECT_EQ(textOf(metadata("Point()")), "other.Point");
+    // A class that moves after it was named is named anew.
+    exec("Point.__module__ = 'moved'");
+    EXPECT_EQ(textOf(metadata("Point()")), "moved.Point");
+    exec("Point.__module__ = None");
+    EXPECT_EQ(textOf(metadata("Point()")), "Point");
     // A class whose module cannot be read, once cached, has empty text and
     // leaves no error behind.
     exec(

@@ -29,7 +29,7 @@ struct HostValues : SessionTest {
 
 }  // namespace
 
-TEST_F(HostValues, OneElementIsAScalarVectorsAreArrayArraysTheRestBuffers) {
+TEST_F(HostValues, ScalarsArrayArraysAndBuffersByShape) {
     EXPECT_EQ(seen(kValue, f.createScalar(std::int32_t{-5})), "('int', -5)");
     EXPECT_EQ(seen(kValue, f.createScalar(std::numeric_limits<std::uint32_t>::max())),
               "('int', 4294967295)");
@@ -94,7 +94,7 @@ TEST_F(HostValues, TextCellsAndPlainStructs) {
     EXPECT_THROW(seen("x", f.createStructArray({0, 1}, {"a"})), std::invalid_argument);
 }
 
-TEST_F(HostValues, TypesWithoutAPythonFormAreRefusedWithAnEmptyReply) {
+TEST_F(HostValues, TypesWithoutPythonFormAreRefused) {
     exec("called = 0\ndef count(*a):\n    global called\n    called += 1\n");
     const vd::Array complexInt = f.createArray(vd::ArrayType::COMPLEX_INT8, {1, 1});
     for (const vd::Array& value :
@@ -109,7 +109,7 @@ TEST_F(HostValues, TypesWithoutAPythonFormAreRefusedWithAnEmptyReply) {
     EXPECT_FALSE(errorOccurred());
 }
 
-TEST_F(HostValues, CreateNumericArrayTakesWholeItemsWithinPlainData) {
+TEST_F(HostValues, CreateNumericArrayTakesWholeItems) {
     auto create = [](std::uint64_t bytes, char code, const vd::Array& data) {
         return strOf(addressOf(
             call("pyCreateNumericArray",

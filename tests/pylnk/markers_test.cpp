@@ -21,7 +21,7 @@ vd::Array one(const std::string& marker, const vd::Array& value) {
 
 }  // namespace
 
-TEST_F(Markers, ObjectsByAddressMissingStringsAndTheOrderOfTheSearch) {
+TEST_F(Markers, AddressesMissingStringsAndSearchOrder) {
     exec("target = [1, 2]\n");
     const Address list = eval("target");
     const long long before = refcount(list);
@@ -105,7 +105,7 @@ TEST_F(Markers, DictionariesSlicesAndFunctionHandles) {
     EXPECT_FALSE(errorOccurred());
 }
 
-TEST_F(Markers, EmptyTablesAndImportFailuresWithTheirFixedIdentifiers) {
+TEST_F(Markers, EmptyTablesAndImportFailuresIdentified) {
     const vd::Array emptyTable = one("VX_PylnkSP_MissingVELTRATable", absent());
     EXPECT_EQ(seen("(type(x).__name__, x.shape)", emptyTable), "('DataFrame', (0, 0))");
     const std::vector<vd::Array> needing = {

@@ -57,7 +57,7 @@ TEST_F(Members, NamesAsTextAndAsAddressesAgree) {
     EXPECT_EQ(refcount(widthName), settled);
 }
 
-TEST_F(Members, FailuresLeaveTheErrorSetAndTheObjectUnchanged) {
+TEST_F(Members, FailuresLeaveErrorSetObjectUnchanged) {
     EXPECT_FALSE(errorOccurred());
     // A missing attribute; __slots__ refuse a new one.
     for (const auto& [command, args] :
@@ -112,7 +112,7 @@ TEST_F(Members, InvokeWithAndWithoutKeywords) {
     EXPECT_EQ(strOf(addressOf(call("pyErrorFetch"))), "(None, None, None)");
 }
 
-TEST_F(Members, InvokeIntClearsItsErrorsAndInvokeUIntKeepsTheReadError) {
+TEST_F(Members, InvokeIntClearsErrorsInvokeUIntKeepsReadError) {
     EXPECT_EQ(show(callOn("pyInvokeInt", "'-12'")), "INT64 1x1: -12");
     EXPECT_EQ(show(callOn("pyInvokeUInt", "7.9")), "UINT64 1x1: 7");
     EXPECT_THROW(callOn("pyInvokeInt", "'twelve'"), std::exception);

@@ -118,7 +118,7 @@ TEST_F(ModuleMetadata, StartUpDescribedFiveModules) {
     EXPECT_FALSE(errorOccurred());
 }
 
-TEST_F(ModuleMetadata, SortsTheEntriesOfAModuleAndOfALibraryModule) {
+TEST_F(ModuleMetadata, SortsEntriesOfModulesAndLibraryModules) {
     const Address module = importDescribed();
     const vd::Array metadata = metadataOf(module);
     EXPECT_EQ(fieldNames(metadata), kModuleFields);

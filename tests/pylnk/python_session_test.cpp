@@ -30,7 +30,7 @@ TEST_F(PythonSession, StartRequestDecidesPathAndExecutable) {
                   "', False, 'QorPrinter', 1, True)");
 }
 
-TEST_F(PythonSession, PrintsReachTheConsoleInOrderAndIntactFromAnyThread) {
+TEST_F(PythonSession, PrintsReachConsoleInOrderFromAnyThread) {
     exec("import sys\nprint('caf\\u00e9 \\u03b1\\u03b2 \\U0001F600')");
     EXPECT_EQ(textOf(call("Ping")), "success");
     exec("sys.stdout.write(b'raw bytes')\nsys.stdout.write('')\nprint('a', 'b', sep='|', end='!')");

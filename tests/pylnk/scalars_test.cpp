@@ -50,7 +50,7 @@ TEST_F(Scalars, ConstructorsTakeExactlyTheirTypeAndElementZero) {
     }
 }
 
-TEST_F(Scalars, GettersReplyInTheirFormsAndSecondRuleReadsLeaveTheErrorSet) {
+TEST_F(Scalars, GettersReplyInFormSecondRuleKeepsError) {
     const std::tuple<const char*, const char*, const char*> reads[] = {
         {"pyBoolGetData", "True", "LOGICAL 1x1: 1"},
         {"pyIntGetData", "-42", "INT64 1x1: -42"},

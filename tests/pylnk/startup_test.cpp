@@ -53,7 +53,7 @@ TEST(Startup, ConcurrentAndRepeatedStartsAnswerTheSuccessToken) {
     }
 }
 
-TEST(Startup, BadRequestsAreRefusedClearlyAndAGoodStartFollows) {
+TEST(Startup, BadRequestsRefusedThenGoodStartWorks) {
     // No request, or not a struct at all.
     EXPECT_THROW(call("attemptToStartPython"), std::invalid_argument);
     EXPECT_THROW(start(chars("python")), std::invalid_argument);
@@ -71,7 +71,7 @@ TEST(Startup, BadRequestsAreRefusedClearlyAndAGoodStartFollows) {
     EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
 }
 
-TEST(Startup, FailedLoadsGiveTheEmptyTokenAndLeaveTheWorkerAbleToStart) {
+TEST(Startup, FailedLoadsGiveEmptyTokenStartStillWorks) {
     // No such library, one that is not CPython, a version that does not match
     // it, a home without a standard library.
     for (const auto& [name, value] :
@@ -83,7 +83,7 @@ TEST(Startup, FailedLoadsGiveTheEmptyTokenAndLeaveTheWorkerAbleToStart) {
     EXPECT_EQ(textOf(call("Ping")), "success");
 }
 
-TEST(Startup, FailedPreparationNamesTheStepAndALaterStartPreparesAgain) {
+TEST(Startup, FailedPreparationNamedThenPreparedAgain) {
     // A module folder without libvxbuffer: the interpreter loads, the
     // preparation stops at the import.
     EXPECT_THAT(failureOf<std::runtime_error>(
@@ -94,7 +94,7 @@ TEST(Startup, FailedPreparationNamesTheStepAndALaterStartPreparesAgain) {
     EXPECT_EQ(start(startRequest(systemPython(), moduleFolder())), kSuccess);
 }
 
-TEST(Startup, CloseAnswersSuccessAndEverythingBehindItIsDiscarded) {
+TEST(Startup, CloseAnswersThenEverythingIsDiscarded) {
     startSystemPython();
     EXPECT_EQ(show(call("pyClose")), "VELTRA_STRING 1x1: success");
     for (const char* name : {"Ping", "pyClose", "NoSuchCommand", "ClearMetadataMap"}) {

@@ -30,7 +30,7 @@ struct Tables : SessionTest {
 
 }  // namespace
 
-TEST_F(Tables, LabelsComeFromVariableNamesAndRowNamesBecomeTheIndex) {
+TEST_F(Tables, LabelsFromVariableAndRowNames) {
     const vd::Array plain = table(
         {{"x", column<double>({1.5, 2.5})}, {"n", column<std::int32_t>({1, 2})}}, {"a b", "n"});
     EXPECT_EQ(seen("(x.columns.tolist(), x.index.tolist(), x.dtypes.astype(str).tolist())", plain),

@@ -8,7 +8,7 @@ namespace {
 using namespace api;
 using BridgeDataFrameTest = PythonTest;
 
-TEST_F(BridgeDataFrameTest, FramesComeApartColumnByColumnAndTheResetSharesTheirData) {
+TEST_F(BridgeDataFrameTest, FramesComeApartByColumnResetSharesData) {
     run("import pandas\n");
     PyHolder series = evaluate(
         "pandas.Series(['x', None, 'z'], index=pandas.Index([10, 20, 30], name='k'), name='s')");

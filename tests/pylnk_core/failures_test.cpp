@@ -54,7 +54,7 @@ TEST_F(BridgeFailureTest, FailingOperationsThrowAndLeaveTheErrorSet) {
     }
 }
 
-TEST_F(BridgeFailureTest, ReadsOfTheSecondRuleSetTheErrorAndLeaveTheirOutputs) {
+TEST_F(BridgeFailureTest, SecondRuleReadsSetErrorKeepOutputs) {
     run("class BadTruth:\n    def __bool__(self):\n        raise RuntimeError('no truth')\n");
     long long value = 42;
     double re = 1.5, im = 2.5;
@@ -123,7 +123,7 @@ TEST_F(BridgeFailureTest, PredicatesOnHostileObjectsLeaveNoError) {
     EXPECT_FALSE(object::pyHasMember(evaluate("Hostile()").get(), "anything"));
 }
 
-TEST_F(BridgeFailureTest, FetchOfMalformedNamesAndDeadEndsLeavesNoError) {
+TEST_F(BridgeFailureTest, BadFetchesLeaveNoError) {
     for (const std::u16string bad :
          {u"", u".os", u"os.", u"os path", u"1os", u"os.path-x", u"os/path", u"o\xDC00s"}) {
         EXPECT_THROW(fetch::fetch(bad), fetch::BadPythonName);

@@ -29,7 +29,7 @@ class BridgeFailedStartTest : public ::testing::TestWithParam<BadRequest> {};
 // A refused start leaves no half-initialised library behind, even one that
 // loaded another CPython into the process: the same process then starts a
 // correct interpreter, extension modules included.
-TEST_P(BridgeFailedStartTest, IsRefusedWithItsStatusAndAGoodStartFollows) {
+TEST_P(BridgeFailedStartTest, RefusedWithStatusThenGoodStartWorks) {
     const BadRequest& bad = GetParam();
     if (!installed(kSystemPython) ||
         !std::filesystem::exists(std::filesystem::path(bad.python.library))) {

@@ -12,7 +12,7 @@ using namespace api;
 
 using BridgeValueTest = PythonTest;
 
-TEST_F(BridgeValueTest, FetchResolvesBuiltinsClassAttributesAndSubmodulesOfAliases) {
+TEST_F(BridgeValueTest, FetchResolvesBuiltinsAttributesSubmodules) {
     EXPECT_EQ(fetch::fetch(u"len").get(), evaluate("len").get());
     EXPECT_EQ(fetch::fetch(u"str.join").get(), evaluate("str.join").get());
     run("import sys, types\nalias = types.ModuleType('alias_parent')\n"
@@ -22,7 +22,7 @@ TEST_F(BridgeValueTest, FetchResolvesBuiltinsClassAttributesAndSubmodulesOfAlias
     EXPECT_FALSE(exception::pyErrorOccurred());
 }
 
-TEST_F(BridgeValueTest, BuiltinTestsTakeTheExactTypeAndTypesHaveClassNames) {
+TEST_F(BridgeValueTest, BuiltinTestsExactTypeAndClassNames) {
     PyHolder one = evaluate("1");
     EXPECT_FALSE(primitive::pyIsInt(one.get())) << "the narrow path never applies";
     EXPECT_TRUE(object::pyIsBuiltin(one.get(), "int"));

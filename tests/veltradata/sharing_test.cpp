@@ -47,6 +47,14 @@ TEST_F(SharingTest, CopiesShareUntilOneHolderWritesWhateverTheElements) {
     EXPECT_FALSE(VELTRAString(s[1]).has_value());
     EXPECT_EQ(std::u16string(t[0][1]), u"two");
 
+    // A scalar keeps its element inside the array: copies share it too.
+    TypedArray<std::complex<double>> z = factory.createScalar(std::complex<double>(1, 2));
+    Array w = z;
+    z[0] = std::complex<double>(3, 4);
+    const TypedArray<std::complex<double>> unchanged(w);
+    EXPECT_EQ(std::complex<double>(unchanged[0]), std::complex<double>(1, 2));
+    EXPECT_EQ(std::complex<double>(z[0]), std::complex<double>(3, 4));
+
     StructArray st = factory.createStructArray({1, 1}, {"x"});
     StructArray copy = st;
     st[0]["x"] = factory.createScalar(1.0);
@@ -78,6 +86,15 @@ TEST_F(SharingTest, ReleaseHandsOverTheStorageOrCopiesItAndReadOnlyDataStays) {
     copy[0] = -1.0;
     EXPECT_EQ(double(keeper[0]), 1.0);
     EXPECT_EQ(keeper.getNumberOfElements(), 6u);
+
+    // A scalar's element is inside the array: release hands out a buffer of
+    // its own, which goes back into an array like any other.
+    TypedArray<double> scalar = factory.createScalar(2.5);
+    auto alone = scalar.release();
+    EXPECT_EQ(alone[0], 2.5);
+    EXPECT_EQ(
+        TypedArray<double>(factory.createArrayFromBuffer<double>({1, 1}, std::move(alone)))[0],
+        2.5);
 
     TypedArray<VELTRAString> s = factory.createArray<VELTRAString>({1, 3});
     s[1] = u"b";

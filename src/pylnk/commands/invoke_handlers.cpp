@@ -1,7 +1,6 @@
-#include "commands/invoke_handlers.h"
 
+#include "base/handler_support.h"
 #include "from_python/object_result.h"
-#include "service/handler_support.h"
 #include "to_python/convert_to_python.h"
 
 namespace pylnk {
@@ -12,24 +11,25 @@ namespace {
 
 // The call of pyInvoke and pyInvokeFast: callable, tuple and, unless only
 // two arguments came, a keyword dict, all by address.
-H invokeByAddress(size_t nrhs, vd::Array* prhs) {
-    vd::TypedArray<std::uint64_t> callable(prhs[0]);
-    vd::TypedArray<std::uint64_t> arguments(prhs[1]);
+pylnk_core::api::PyOwned invokeByAddress(size_t nrhs, vd::Array* prhs) {
+    python::pyArray* callable = addressArg(prhs, 0);
+    python::pyArray* arguments = addressArg(prhs, 1);
     python::pyArray* keywords = nrhs == 2 ? nullptr : addressArg(prhs, 2);
-    return object::pyInvoke(addressArg(prhs, 0), addressArg(prhs, 1), keywords);
+    return object::pyInvokeOwned(callable, arguments, keywords);
 }
 
 }  // namespace
 
-VX_EXECUTE(pyInvokeHandler) {
-    reply(promise, objectAddress(invokeByAddress(nrhs, prhs)));
+VX_COMMAND(pyInvokeHandler, "pyInvoke", 2) {
+    reply(promise, objectAddress(H(invokeByAddress(nrhs, prhs))));
 }
 
-VX_EXECUTE(pyInvokeFastHandler) {
-    reply(promise, buildObjectResult(invokeByAddress(nrhs, prhs), classMetadataCache()));
+VX_COMMAND(pyInvokeFastHandler, "pyInvokeFast", 2) {
+    const pylnk_core::api::PyOwned result = invokeByAddress(nrhs, prhs);
+    reply(promise, buildObjectResult(result.get(), classMetadataCache()));
 }
 
-VX_EXECUTE(pyInvokeFastInputHandler) {
+VX_COMMAND(pyInvokeFastInputHandler, "pyInvokeFastInput", 2) {
     const HostCallInput input = readHostCallInput(prhs[1]);
     // A failed conversion is the whole reply, and nothing is called.
     std::vector<H> arguments;
@@ -64,9 +64,9 @@ namespace {
 // failure clears the Python error before it travels to the caller.
 template <class Value>
 Value invokeInt(vd::Array* prhs, void (*read)(python::pyArray*, Value*)) {
-    vd::TypedArray<std::uint64_t> address(prhs[0]);
+    python::pyArray* callable = addressArg(prhs, 0);  // a wrong type leaves no error to clear
     try {
-        auto result = module::pyInvokeInt(addressArg(prhs, 0));
+        auto result = module::pyInvokeInt(callable);
         Value value = 0;
         read(result.get(), &value);
         return value;
@@ -78,11 +78,11 @@ Value invokeInt(vd::Array* prhs, void (*read)(python::pyArray*, Value*)) {
 
 }  // namespace
 
-VX_EXECUTE(pyInvokeIntHandler) {
+VX_COMMAND(pyInvokeIntHandler, "pyInvokeInt", 1) {
     reply(promise, int64Value(invokeInt<long long>(prhs, &primitive::pyLongGetData)));
 }
 
-VX_EXECUTE(pyInvokeUIntHandler) {
+VX_COMMAND(pyInvokeUIntHandler, "pyInvokeUInt", 1) {
     reply(promise, uint64Value(invokeInt<unsigned long long>(prhs, &primitive::pyLongGetDataU)));
 }
 

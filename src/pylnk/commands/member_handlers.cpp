@@ -1,6 +1,5 @@
-#include "commands/member_handlers.h"
 
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 
@@ -25,32 +24,32 @@ H nameObject(vd::Array* prhs) {
 
 }  // namespace
 
-VX_EXECUTE(pyHasMemberHandler) {
+VX_COMMAND(pyHasMemberHandler, "pyHasMember", 2) {
     python::pyArray* target = addressArg(prhs, 0);
     const bool has = nameIsText(prhs) ? object::pyHasMember(target, asciiArg(prhs, 1).c_str())
                                       : object::pyHasMember(target, addressArg(prhs, 1));
     reply(promise, truthValue(has));
 }
 
-VX_EXECUTE(pyGetMemberHandler) {
+VX_COMMAND(pyGetMemberHandler, "pyGetMember", 2) {
     python::pyArray* target = addressArg(prhs, 0);
     H member = nameIsText(prhs) ? object::pyGetMember(target, asciiArg(prhs, 1).c_str())
                                 : object::pyGetMember(target, addressArg(prhs, 1));
     reply(promise, objectAddress(member));
 }
 
-VX_EXECUTE(pySetMemberHandler) {
+VX_COMMAND(pySetMemberHandler, "pySetMember", 3) {
     H memberName = nameObject(prhs);
     object::pySetMember(addressArg(prhs, 0), memberName.get(), addressArg(prhs, 2));
     reply(promise, successString());
 }
 
-VX_EXECUTE(pyGetKeyHandler) {
+VX_COMMAND(pyGetKeyHandler, "pyGetKey", 2) {
     H key = nameObject(prhs);
     reply(promise, objectAddress(mapping::pyMappingGetItem(addressArg(prhs, 0), key.get())));
 }
 
-VX_EXECUTE(pySetKeyHandler) {
+VX_COMMAND(pySetKeyHandler, "pySetKey", 3) {
     // The key must be an address: a char array fails in the typed read.
     mapping::pyMappingSetKey(addressArg(prhs, 0), addressArg(prhs, 1), addressArg(prhs, 2));
     reply(promise, successString());

@@ -1,25 +1,24 @@
-#include "commands/object_handlers.h"
 
 #include <iostream>
 #include <stdexcept>
 
-#include "commands/object_registry.h"
+#include "base/exception_report.h"
+#include "base/handler_support.h"
+#include "base/object_registry.h"
 #include "introspection/metadata_caches.h"
-#include "service/exception_report.h"
-#include "service/handler_support.h"
 
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
 
-VX_EXECUTE(AddRefHandler) {
+VX_COMMAND(AddRefHandler, "AddRef", 1) {
     // A Python reference the registry knows nothing of: Release does not
     // give it back.
     managed::pyAddReference(addressArg(prhs, 0));
     reply(promise, successString());
 }
 
-VX_EXECUTE(ReleaseHandler) {
+VX_COMMAND(ReleaseHandler, "Release", 1) {
     // The host's side looks for this on the worker's own output.
     if (prhs[0].getType() != vd::ArrayType::UINT64) {
         std::cout << "what?" << std::endl;
@@ -28,7 +27,7 @@ VX_EXECUTE(ReleaseHandler) {
     reply(promise, successString());
 }
 
-VX_EXECUTE(pyFetchHandler) {
+VX_COMMAND(pyFetchHandler, "pyFetch", 1) {
     const std::u16string dotted = textArg(prhs, 0);
     boost::shared_ptr<python::pyArray> found;
     try {
@@ -41,23 +40,23 @@ VX_EXECUTE(pyFetchHandler) {
     reply(promise, objectAddress(found));
 }
 
-VX_EXECUTE(pyGetTypeHandler) {
+VX_COMMAND(pyGetTypeHandler, "pyGetType", 1) {
     reply(promise, objectAddress(object::pyGetClass(addressArg(prhs, 0))));
 }
 
-VX_EXECUTE(pyStrHandler) {
+VX_COMMAND(pyStrHandler, "pyStr", 1) {
     reply(promise, objectAddress(object::pyStr(addressArg(prhs, 0))));
 }
 
-VX_EXECUTE(pyDirHandler) {
+VX_COMMAND(pyDirHandler, "pyDir", 1) {
     reply(promise, objectAddress(object::pyDir(addressArg(prhs, 0))));
 }
 
-VX_EXECUTE(pyEqHandler) {
+VX_COMMAND(pyEqHandler, "pyEq", 2) {
     reply(promise, truthValue(object::pyEqual(addressArg(prhs, 0), addressArg(prhs, 1))));
 }
 
-VX_EXECUTE(pyGetHashHandler) {
+VX_COMMAND(pyGetHashHandler, "pyGetHash", 1) {
     vd::Array hash;
     try {
         const long value = primitive::pyIntGetData(object::pyGetHash(addressArg(prhs, 0)).get());
@@ -70,23 +69,23 @@ VX_EXECUTE(pyGetHashHandler) {
     reply(promise, hash);
 }
 
-VX_EXECUTE(pyIsInstanceHandler) {
+VX_COMMAND(pyIsInstanceHandler, "pyIsInstance", 2) {
     reply(promise, truthValue(object::pyIsInstance(addressArg(prhs, 0), addressArg(prhs, 1))));
 }
 
-VX_EXECUTE(pyIsSubclassHandler) {
+VX_COMMAND(pyIsSubclassHandler, "pyIsSubclass", 2) {
     reply(promise, truthValue(type::pyTypeIsSubclass(addressArg(prhs, 0), addressArg(prhs, 1))));
 }
 
-VX_EXECUTE(pyIsCallableHandler) {
+VX_COMMAND(pyIsCallableHandler, "pyIsCallable", 1) {
     reply(promise, truthValue(object::pyIsCallable(addressArg(prhs, 0))));
 }
 
-VX_EXECUTE(pyIsTypeHandler) {
+VX_COMMAND(pyIsTypeHandler, "pyIsType", 1) {
     reply(promise, truthValue(object::pyIsType(addressArg(prhs, 0))));
 }
 
-VX_EXECUTE(pyIsModuleHandler) {
+VX_COMMAND(pyIsModuleHandler, "pyIsModule", 1) {
     reply(promise, truthValue(module::pyIsModule(addressArg(prhs, 0))));
 }
 
@@ -101,7 +100,7 @@ vd::Array importModule(const vd::CharArray& moduleName) {
 
 }  // namespace
 
-VX_EXECUTE(pyCreateModuleHandler) {
+VX_COMMAND(pyCreateModuleHandler, "pyCreateModule", 1) {
     vd::CharArray moduleName(prhs[0]);
     try {
         reply(promise, importModule(moduleName));
@@ -111,7 +110,7 @@ VX_EXECUTE(pyCreateModuleHandler) {
     }
 }
 
-VX_EXECUTE(pyCreateModuleExceptionHandler) {
+VX_COMMAND(pyCreateModuleExceptionHandler, "pyCreateModuleException", 1) {
     vd::CharArray moduleName(prhs[0]);
     vd::Array result;
     try {
@@ -126,11 +125,11 @@ VX_EXECUTE(pyCreateModuleExceptionHandler) {
     reply(promise, result);
 }
 
-VX_EXECUTE(pyCreateBuiltinModuleHandler) {
+VX_COMMAND(pyCreateBuiltinModuleHandler, "pyCreateBuiltinModule", 0) {
     reply(promise, objectAddress(module::pyCreateBuiltinsModule()));
 }
 
-VX_EXECUTE(pyGetBuiltinsNameHandler) {
+VX_COMMAND(pyGetBuiltinsNameHandler, "pyGetBuiltinsName", 0) {
     reply(promise, text(module::pyGetBuiltinsName()));
 }
 

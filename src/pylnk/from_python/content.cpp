@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/shared_arrays.h"
 #include "from_python/object_result.h"
-#include "introspection/shared_arrays.h"
 
 namespace pylnk {
 

@@ -1,14 +1,13 @@
-#include "from_python/content_handlers.h"
 
 #include <complex>
 #include <cstring>
 #include <stdexcept>
 #include <vector>
 
+#include "base/handler_support.h"
+#include "base/shared_arrays.h"
 #include "from_python/content.h"
 #include "from_python/object_result.h"
-#include "introspection/shared_arrays.h"
-#include "service/handler_support.h"
 #include "to_python/numeric_arrays.h"
 
 namespace pylnk {
@@ -69,13 +68,13 @@ char fixedWidthCode(char format, long itemSize) {
 
 }  // namespace
 
-VX_EXECUTE(pyConvertSequenceToCellHandler) {
+VX_COMMAND(pyConvertSequenceToCellHandler, "pyConvertSequenceToCell", 1) {
     reply(promise, buildObjectResultRow(addressArg(prhs, 0), classMetadataCache()));
 }
 
 // A failed read is a value of the reply, not a failure: its place, and no
 // Python error left set.
-VX_EXECUTE(pyConvertSequenceToNumericArrayHandler) {
+VX_COMMAND(pyConvertSequenceToNumericArrayHandler, "pyConvertSequenceToNumericArray", 1) {
     python::pyArray* items = addressArg(prhs, 0);
     const size_t count = sequence::pySequenceLength(items);
     vd::ArrayFactory factory;
@@ -102,7 +101,7 @@ VX_EXECUTE(pyConvertSequenceToNumericArrayHandler) {
     reply(promise, result);
 }
 
-VX_EXECUTE(pyConvertToStringHandler) {
+VX_COMMAND(pyConvertToStringHandler, "pyConvertToString", 1) {
     python::pyArray* target = addressArg(prhs, 0);
     vd::ArrayFactory factory;
     if (!object::pyIsBuiltin(target, "list") && !object::pyIsBuiltin(target, "tuple")) {
@@ -114,7 +113,7 @@ VX_EXECUTE(pyConvertToStringHandler) {
 
 // A key that is not a str ends the struct with a marker field; the items
 // after it are not read.
-VX_EXECUTE(pyConvertMappingToStructHandler) {
+VX_COMMAND(pyConvertMappingToStructHandler, "pyConvertMappingToStruct", 1) {
     H items = mapping::pyMappingGetItems(addressArg(prhs, 0));
     const size_t count = sequence::pySequenceLength(items.get());
     std::vector<std::string> names;
@@ -138,17 +137,17 @@ VX_EXECUTE(pyConvertMappingToStructHandler) {
     reply(promise, result);
 }
 
-VX_EXECUTE(pyConvertMappingToDictionaryHandler) {
+VX_COMMAND(pyConvertMappingToDictionaryHandler, "pyConvertMappingToDictionary", 1) {
     reply(promise, buildDictionaryData(addressArg(prhs, 0), classMetadataCache()));
 }
 
-VX_EXECUTE(pyDictGetDataHandler) {
-    reply(promise, buildDictionaryData(addressArg(prhs, 0), classMetadataCache()));
+VX_COMMAND(pyDictGetDataHandler, "pyDictGetData", 1) {
+    pyConvertMappingToDictionaryHandler().execute(name, nlhs, promise, nrhs, prhs);
 }
 
 // An object without contiguous data, or with a format the host has no type
 // for, is a stored exception with no Python error left set.
-VX_EXECUTE(pyNumericConversionHandler) {
+VX_COMMAND(pyNumericConversionHandler, "pyNumericConversion", 1) {
     size_t bytes = 0;
     long itemSize = 0;
     char format = 0;
@@ -161,25 +160,26 @@ VX_EXECUTE(pyNumericConversionHandler) {
             std::string("pyNumericConversion: the object has no contiguous numeric data (") +
             failure.what() + ").");
     }
-    const NumericTypeCode* row = numericTypeCodeOf(fixedWidthCode(format, itemSize));
+    const std::optional<vd::ArrayType> itemType = realTypeOfCode(fixedWidthCode(format, itemSize));
     const std::string described = "the format '" + std::string(format == 0 ? 0 : 1, format) +
                                   "' with items of " + std::to_string(itemSize) + " bytes";
-    if (row == nullptr) {
+    if (!itemType) {
         throw std::invalid_argument("pyNumericConversion: no host type serves " + described + ".");
     }
-    if (bytes % row->itemSize != 0) {
+    const size_t elementSize = vd::describe(*itemType).elementSize;
+    if (bytes % elementSize != 0) {
         throw std::invalid_argument("pyNumericConversion: " + std::to_string(bytes) +
                                     " bytes are no whole number of items of " + described + ".");
     }
-    reply(promise, copiedRow(row->type, data, bytes / row->itemSize, row->itemSize));
+    reply(promise, copiedRow(*itemType, data, bytes / elementSize, elementSize));
 }
 
 // The text ends at a NUL character, as the narrow text of a C string does.
-VX_EXECUTE(pyStringGetStringHandler) {
+VX_COMMAND(pyStringGetStringHandler, "pyStringGetString", 1) {
     reply(promise, text(std::string(primitive::pyStringGetData(addressArg(prhs, 0)))));
 }
 
-VX_EXECUTE(pyStringGetStringArrayHandler) {
+VX_COMMAND(pyStringGetStringArrayHandler, "pyStringGetStringArray", 1) {
     const vd::StructArray addresses(prhs[0]);
     std::vector<std::string> names;
     for (const auto& name : addresses.getFieldNames()) {
@@ -193,7 +193,7 @@ VX_EXECUTE(pyStringGetStringArrayHandler) {
     reply(promise, result);
 }
 
-VX_EXECUTE(pyGetBytesHandler) {
+VX_COMMAND(pyGetBytesHandler, "pyGetBytes", 1) {
     const std::string_view bytes = object::get_bytesview(addressArg(prhs, 0));
     reply(promise, copiedRow(vd::ArrayType::UINT8, bytes.data(), bytes.size(), 1));
 }

@@ -8,12 +8,12 @@
 #include <unordered_set>
 #include <vector>
 
+#include "base/handler_support.h"
+#include "base/shared_arrays.h"
 #include "buffer/buffer_bridge.h"
 #include "from_python/content.h"
 #include "from_python/date_time.h"
 #include "from_python/object_result.h"
-#include "introspection/shared_arrays.h"
-#include "service/handler_support.h"
 
 namespace pylnk {
 
@@ -307,7 +307,7 @@ vd::Array buildColumnData(H series, MetadataCache& cache) {
     return result;
 }
 
-VX_EXECUTE(pyDataFrameGetDataHandler) {
+VX_COMMAND(pyDataFrameGetDataHandler, "pyDataFrameGetData", 1) {
     CellErrorScope cellErrors;
     vd::StructArray result =
         vd::ArrayFactory().createStructArray({1, 1}, {kColumnData, kVariableNames});
@@ -325,7 +325,7 @@ VX_EXECUTE(pyDataFrameGetDataHandler) {
 
 // Field "0" holds the row times wherever they stood; the other columns
 // follow in their order, and their labels are the variable names.
-VX_EXECUTE(pyDataFrameTimetableGetDataHandler) {
+VX_COMMAND(pyDataFrameTimetableGetDataHandler, "pyDataFrameTimetableGetData", 1) {
     CellErrorScope cellErrors;
     vd::ArrayFactory factory;
     vd::StructArray result = factory.createStructArray(

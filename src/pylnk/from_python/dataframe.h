@@ -9,7 +9,6 @@
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
 #include "introspection/metadata_caches.h"
-#include "service/py_handler_base.h"
 
 namespace pylnk {
 
@@ -37,9 +36,7 @@ foundation::veltradata::Array buildColumnData(H series, MetadataCache& cache);
 
 // The columns ("0", "1", ... by position, the reset index first) and the
 // text of their labels.
-VX_DECLARE_HANDLER(pyDataFrameGetDataHandler);
 // The same with the first date or duration column taken out as row times:
 // field "0" of the columns, its label apart.
-VX_DECLARE_HANDLER(pyDataFrameTimetableGetDataHandler);
 
 }  // namespace pylnk

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <utility>
 
-#include "service/exception_report.h"
-#include "service/handler_support.h"
+#include "base/exception_report.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 
@@ -266,11 +266,11 @@ void answerTimedeltaList(python::pyArray* list, ReplyPromise* promise) {
         });
 }
 
-VX_EXECUTE(pyDatetimeGetDataHandler) {
+VX_COMMAND(pyDatetimeGetDataHandler, "pyDatetimeGetData", 1) {
     answerByType(name, kDatetimeRows, addressArg(prhs, 0), promise);
 }
 
-VX_EXECUTE(pyTimeDeltaGetDataHandler) {
+VX_COMMAND(pyTimeDeltaGetDataHandler, "pyTimeDeltaGetData", 1) {
     answerByType(name, kTimedeltaRows, addressArg(prhs, 0), promise);
 }
 

@@ -4,9 +4,9 @@
 // Everything here runs on the Python thread.
 #pragma once
 
+#include "base/py_handler_base.h"
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
-#include "service/py_handler_base.h"
 
 namespace pylnk {
 
@@ -38,7 +38,5 @@ void answerTimedeltaList(python::pyArray* list, ReplyPromise* promise);
 // object's __mro__ that has a row, so that subclasses (pandas.Timestamp, a
 // subclass of list) take their base's. Any other object is a stored
 // std::invalid_argument that names its type.
-VX_DECLARE_HANDLER(pyDatetimeGetDataHandler);
-VX_DECLARE_HANDLER(pyTimeDeltaGetDataHandler);
 
 }  // namespace pylnk

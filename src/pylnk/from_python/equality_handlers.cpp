@@ -1,11 +1,10 @@
-#include "from_python/equality_handlers.h"
 
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "base/handler_support.h"
 #include "from_python/object_result.h"
-#include "service/handler_support.h"
 #include "to_python/convert_to_python.h"
 
 namespace pylnk {
@@ -39,14 +38,14 @@ void answerComparison(vd::Array input, ReplyPromise* promise, Compare&& compare)
 
 }  // namespace
 
-VX_EXECUTE(pyIsEqualHandler) {
+VX_COMMAND(pyIsEqualHandler, "pyIsEqual", 1) {
     answerComparison(prhs[0], promise, [](Comparison& comparison) {
         return buildObjectResult(object::pyIsEqualOperator(comparison.values, comparison.keywords),
                                  classMetadataCache());
     });
 }
 
-VX_EXECUTE(pyIsNumpyArrayEqualHandler) {
+VX_COMMAND(pyIsNumpyArrayEqualHandler, "pyIsNumpyArrayEqual", 1) {
     answerComparison(prhs[0], promise, [](Comparison& comparison) {
         return truthValue(object::pyIsEqualNumpyArray(comparison.values, comparison.keywords));
     });

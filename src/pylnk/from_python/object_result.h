@@ -13,6 +13,8 @@ namespace pylnk {
 // full class metadata (and the cache remembers the class by its bare name);
 // later ones carry only "module.Class" (or the bare name of a builtin).
 foundation::veltradata::Array buildObjectResult(H object, MetadataCache& cache);
+// The same for an object that the caller keeps alive through the call.
+foundation::veltradata::Array buildObjectResult(python::pyArray* object, MetadataCache& cache);
 
 // Struct "object", "classMetadata" (the reduced form, built every time,
 // no cache), "scalarData".

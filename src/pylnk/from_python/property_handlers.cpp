@@ -1,16 +1,15 @@
-#include "from_python/property_handlers.h"
 
 #include <algorithm>
 
+#include "base/handler_support.h"
 #include "from_python/object_result.h"
-#include "service/handler_support.h"
 
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
 
 // An empty name stands for the object itself.
-VX_EXECUTE(pyGetPropertyValueFastHandler) {
+VX_COMMAND(pyGetPropertyValueFastHandler, "pyGetPropertyValueFast", 2) {
     python::pyArray* target = addressArg(prhs, 0);
     const vd::CharArray attribute(prhs[1]);
     H value = attribute.isEmpty() ? holderOf(target)
@@ -21,7 +20,7 @@ VX_EXECUTE(pyGetPropertyValueFastHandler) {
 // The struct's values name the attributes; attributes the object lacks are
 // skipped. A name given twice is answered once: a struct cannot hold a field
 // twice, so the first wins.
-VX_EXECUTE(pyGetPropertyValueStructHandler) {
+VX_COMMAND(pyGetPropertyValueStructHandler, "pyGetPropertyStruct", 2) {
     python::pyArray* target = addressArg(prhs, 0);
     const vd::StructArray request(prhs[1]);
     std::vector<std::string> names;

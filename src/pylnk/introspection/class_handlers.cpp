@@ -1,15 +1,14 @@
-#include "introspection/class_handlers.h"
 
+#include "base/handler_support.h"
 #include "introspection/class_metadata.h"
 #include "introspection/metadata_caches.h"
-#include "service/handler_support.h"
 
 namespace pylnk {
 
 namespace vd = foundation::veltradata;
 
 // Always builds, and replaces what the cache held for the class's name.
-VX_EXECUTE(pyGetClassMetaDataHandler) {
+VX_COMMAND(pyGetClassMetaDataHandler, "pyGetClassMetaData", 1) {
     H cls = object::pyGetClass(addressArg(prhs, 0));
     H className = object::pyGetMember(cls.get(), "__name__");
     vd::StructArray metadata = buildClassMetadata(className, cls);
@@ -18,12 +17,12 @@ VX_EXECUTE(pyGetClassMetaDataHandler) {
     reply(promise, metadata);
 }
 
-VX_EXECUTE(pyGetClassPropertiesHandler) {
+VX_COMMAND(pyGetClassPropertiesHandler, "pyGetClassProperties", 1) {
     reply(promise, buildClassProperties(addressArg(prhs, 0)));
 }
 
 // The predicate's name is the host's: one inspect lacks fails as the call does.
-VX_EXECUTE(pyInspectFastHandler) {
+VX_COMMAND(pyInspectFastHandler, "pyInspectFast", 2) {
     H object = holderOf(addressArg(prhs, 0));
     reply(promise, truthValue(object::pyInspect(object, asciiArg(prhs, 1).c_str())));
 }

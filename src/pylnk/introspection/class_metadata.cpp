@@ -5,10 +5,10 @@
 #include <array>
 #include <map>
 
+#include "base/object_registry.h"
+#include "base/shared_arrays.h"
 #include "buffer/buffer_bridge.h"
-#include "commands/object_registry.h"
 #include "introspection/member_lookup.h"
-#include "introspection/shared_arrays.h"
 #include "introspection/signature.h"
 
 namespace pylnk {

@@ -5,7 +5,7 @@
 #include <array>
 #include <utility>
 
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

@@ -4,13 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "commands/object_registry.h"
+#include "base/handler_support.h"
+#include "base/object_registry.h"
+#include "base/shared_arrays.h"
 #include "introspection/class_metadata.h"
 #include "introspection/member_lookup.h"
 #include "introspection/metadata_caches.h"
-#include "introspection/shared_arrays.h"
 #include "introspection/signature.h"
-#include "service/handler_support.h"
 
 namespace pylnk {
 
@@ -163,7 +163,7 @@ vd::StructArray cacheModuleMetadata(H module) {
 
 // A hit costs the read of __name__ and one lookup: the host gets the very
 // structure of the first walk, with the addresses of that time.
-VX_EXECUTE(pyGetModuleMetaDataHandler) {
+VX_COMMAND(pyGetModuleMetaDataHandler, "pyGetModuleMetaData", 1) {
     H module = holderOf(addressArg(prhs, 0));
     std::string moduleName;
     try {

@@ -5,7 +5,6 @@
 
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
-#include "service/py_handler_base.h"
 
 namespace pylnk {
 
@@ -15,7 +14,5 @@ foundation::veltradata::StructArray buildModuleMetadata(H module);
 // Builds the metadata and keeps it in moduleMetadataCache under its "name".
 // An object without a __name__ entry gets an empty name and is not kept.
 foundation::veltradata::StructArray cacheModuleMetadata(H module);
-
-VX_DECLARE_HANDLER(pyGetModuleMetaDataHandler);
 
 }  // namespace pylnk

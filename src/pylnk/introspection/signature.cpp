@@ -5,8 +5,8 @@
 #include <sstream>
 #include <vector>
 
+#include "base/shared_arrays.h"
 #include "introspection/member_lookup.h"
-#include "introspection/shared_arrays.h"
 
 namespace pylnk {
 

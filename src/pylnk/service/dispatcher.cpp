@@ -6,9 +6,9 @@
 #include <optional>
 #include <stdexcept>
 
+#include "base/handler_support.h"
 #include "contracts/python_bridge.h"
 #include "introspection/metadata_caches.h"
-#include "service/handler_support.h"
 
 namespace pylnk {
 
@@ -55,18 +55,18 @@ void dispatch(HandlerTable& table, const std::string& name, size_t nlhs, ReplyPr
         if (found == table.end()) {
             throw std::invalid_argument("Unknown command '" + name + "'.");
         }
-        if (const size_t needed = argumentsOf(name); nrhs < needed || (needed > 0 && !prhs)) {
-            throw std::invalid_argument(name + " expects " + std::to_string(needed) +
+        const CommandRow& row = *found->second.row;
+        if (nrhs < row.arguments || (row.arguments > 0 && !prhs)) {
+            throw std::invalid_argument(name + " expects " + std::to_string(row.arguments) +
                                         " argument(s), got " + std::to_string(nrhs) + ".");
         }
         // An error left set by an earlier command waits aside while this one
-        // runs, and is back afterwards unless this command raised its own;
-        // the three error commands work on it directly.
+        // runs, and is back afterwards unless this command raised its own.
         std::optional<exception::PendingErrorAside> aside;
-        if (name != "pyErrorClear" && name != "pyErrorOccurred" && name != "pyErrorFetch") {
+        if (row.pendingError == CommandRow::PendingError::SetAside) {
             aside.emplace();
         }
-        found->second->execute(name, nlhs, promise, nrhs, prhs);
+        found->second.handler->execute(name, nlhs, promise, nrhs, prhs);
     });
     if (!failure) {
         return;

@@ -4,10 +4,10 @@
 
 #include <functional>
 
+#include "service/hand_off_waits.h"
 #include "service/lifecycle.h"
 #include "service/python_thread.h"
 #include "service/request_queue.h"
-#include "service/hand_off_waits.h"
 
 namespace interprocess::pylnk::server::libpylnk {
 
@@ -46,7 +46,7 @@ void startPython(RequestQueue* queue, ReplyPromise& promise, std::future<Reply>&
         case PythonState::Unprepared:
             // The interpreter stands but its preparation failed: the Python
             // thread runs the preparation again, in queue order.
-            pushRequest(queue, "attemptToStartPython", nlhs, &promise, nrhs, prhs);
+            pushRequest(queue, ::pylnk::protocol::kStartCommand, nlhs, &promise, nrhs, prhs);
             break;
         case PythonState::NotStarted: {
             // The promise and prhs are captured by reference: this caller
@@ -80,7 +80,7 @@ void feval_dispatcher(const std::string& name, size_t nlhs, vd::Array* plhs, siz
 
     ReplyPromise promise;
     std::future<Reply> future = promise.get_future();
-    if (name == "attemptToStartPython") {
+    if (name == ::pylnk::protocol::kStartCommand) {
         startPython(queue, promise, future, nlhs, nrhs, prhs);
     } else {
         pushRequest(queue, name, nlhs, &promise, nrhs, prhs);

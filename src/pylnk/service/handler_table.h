@@ -1,22 +1,22 @@
-// Command name -> handler object, built once on the Python thread.
+// Command name -> handler object and row, built once on the Python thread.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <unordered_map>
 
+#include "base/py_handler_base.h"
+
 namespace pylnk {
 
-class PyHandlerBase;
+struct HandlerEntry {
+    PyHandlerBase* handler;
+    const CommandRow* row;
+};
 
-using HandlerTable = std::unordered_map<std::string, PyHandlerBase*>;
+using HandlerTable = std::unordered_map<std::string, HandlerEntry>;
 
-// Allocates one handler per command of the table and inserts it. The
+// Makes the handler of every command row and enters it under its name. The
 // handlers live to the end of the process.
 void buildHandlerTable(HandlerTable& table);
-
-// How many arguments the handler of a command reads (at least): a request
-// with fewer is refused before the handler reads past them.
-size_t argumentsOf(const std::string& command);
 
 }  // namespace pylnk

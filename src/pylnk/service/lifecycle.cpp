@@ -1,6 +1,6 @@
 #include "service/lifecycle.h"
 
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 

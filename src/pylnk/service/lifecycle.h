@@ -2,6 +2,8 @@
 // the caller of attemptToStartPython.
 #pragma once
 
+#include <interprocess/pylnk/protocol.h>
+
 #include <atomic>
 #include <mutex>
 
@@ -9,9 +11,10 @@
 
 namespace pylnk {
 
-inline constexpr const char* kSuccessToken = "vx_success_token_for_oop_python";
-inline constexpr const char* kEmptyToken = "vx_empty_token_for_oop_python";
-inline constexpr const char* kDiscardToken = "vx_discard_token_for_oop_python";
+namespace protocol = interprocess::pylnk::protocol;
+using protocol::kDiscardToken;
+using protocol::kEmptyToken;
+using protocol::kSuccessToken;
 
 foundation::veltradata::Array token(const char* value);
 

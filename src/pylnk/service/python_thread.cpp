@@ -1,7 +1,7 @@
 #include "service/python_thread.h"
 
+#include "base/handler_support.h"
 #include "service/dispatcher.h"
-#include "service/handler_support.h"
 #include "service/lifecycle.h"
 #include "service/python_startup.h"
 #include "service/start_request.h"
@@ -49,11 +49,11 @@ void prepareAgain(const FevalRequest& request) {
             reply(request.promise, token(kDiscardToken));
             continue;
         }
-        if (request.name == "attemptToStartPython") {
+        if (request.name == protocol::kStartCommand) {
             prepareAgain(request);
             continue;
         }
-        if (request.name == "pyClose") {
+        if (request.name == protocol::kCloseCommand) {
             // Set before the close runs, so that a start request arriving
             // meanwhile is told the interpreter is gone.
             discarding = true;

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
+#include "base/py_handler_base.h"
 #include "service/handler_table.h"
-#include "service/py_handler_base.h"
 
 namespace pylnk {
 

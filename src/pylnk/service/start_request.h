@@ -13,7 +13,7 @@ struct StartRequest {
     std::u16string home;
     std::u16string path;
     std::u16string version;
-    std::u16string location;  // "qlbuffer_location": the library's module folder
+    std::u16string location;  // the library's module folder
 };
 
 // Reads element 0 of the struct in prhs[0], field by field in the order

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/exception_report.h"
 #include "contracts/host_array.h"
 #include "contracts/python_bridge.h"
-#include "service/exception_report.h"
 
 namespace pylnk {
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <utility>
 
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 #include "to_python/table.h"
 
 namespace pylnk {

@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <type_traits>
 
+#include "base/handler_support.h"
 #include "buffer/buffer_bridge.h"
-#include "service/handler_support.h"
 
 namespace pylnk {
 
@@ -15,19 +15,6 @@ namespace {
 
 // The real numeric types and their codes in Python's array module; logical
 // and complex arrays have none.
-constexpr std::array<NumericTypeCode, 10> kTypeCodes = {{
-    {vd::ArrayType::DOUBLE, 'd', 8},
-    {vd::ArrayType::SINGLE, 'f', 4},
-    {vd::ArrayType::INT8, 'b', 1},
-    {vd::ArrayType::UINT8, 'B', 1},
-    {vd::ArrayType::INT16, 'h', 2},
-    {vd::ArrayType::UINT16, 'H', 2},
-    {vd::ArrayType::INT32, 'i', 4},
-    {vd::ArrayType::UINT32, 'I', 4},
-    {vd::ArrayType::INT64, 'q', 8},
-    {vd::ArrayType::UINT64, 'Q', 8},
-}};
-
 template <class T>
 constexpr bool kIsComplex = false;
 template <class T>
@@ -50,27 +37,19 @@ H scalarOf(T value) {
 
 }  // namespace
 
-const NumericTypeCode* numericTypeCodeOf(char code) {
-    for (const NumericTypeCode& row : kTypeCodes) {
-        if (row.code == code) {
-            return &row;
+std::optional<vd::ArrayType> realTypeOfCode(char code) {
+    for (vd::ArrayType type : vd::kArrayTypes) {
+        if (code != 0 && typeCodeOf(type) == code) {
+            return type;
         }
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 char typeCodeOf(vd::ArrayType type) {
-    for (const NumericTypeCode& row : kTypeCodes) {
-        if (row.type == type) {
-            return row.code;
-        }
-    }
-    return 0;
-}
-
-bool isComplexType(const vd::Array& array) {
-    return array.getType() == vd::ArrayType::COMPLEX_DOUBLE ||
-           array.getType() == vd::ArrayType::COMPLEX_SINGLE;
+    // The array module's codes are the buffer protocol's one-letter ones.
+    const vd::TypeDescription described = vd::describe(type);
+    return described.numeric && !described.complex ? described.bufferFormat[0] : 0;
 }
 
 template <NumericElement T>
@@ -123,7 +102,7 @@ ConversionResult convertLogicalArray(vd::TypedArray<bool> array) {
 
 // The byte count and the type code are the host's; they are checked against
 // the data, so that no request reads past it.
-VX_EXECUTE(pyCreateNumericArrayHandler) {
+VX_COMMAND(pyCreateNumericArrayHandler, "pyCreateNumericArray", 3) {
     const std::uint64_t byteCount = scalarArg<std::uint64_t>(prhs, 0);
     const char typeCode = static_cast<char>(scalarArg<std::uint8_t>(prhs, 1));
     const vd::Array& data = prhs[2];
@@ -135,16 +114,17 @@ VX_EXECUTE(pyCreateNumericArrayHandler) {
             "pyCreateNumericArray takes numeric, logical or char data, not " +
             vd::toString(data.getType()) + ".");
     }
-    const NumericTypeCode* row = numericTypeCodeOf(typeCode);
-    if (row == nullptr) {
+    const std::optional<vd::ArrayType> itemType = realTypeOfCode(typeCode);
+    if (!itemType) {
         throw std::invalid_argument(std::string("pyCreateNumericArray: type code '") + typeCode +
                                     "' is not one of dfbBhHiIqQ.");
     }
     const size_t available = data.getNumberOfElements() * elementSize;
-    if (byteCount > available || byteCount % row->itemSize != 0) {
+    const size_t itemSize = vd::describe(*itemType).elementSize;
+    if (byteCount > available || byteCount % itemSize != 0) {
         throw std::invalid_argument(
             "pyCreateNumericArray: " + std::to_string(byteCount) + " bytes of type code '" +
-            typeCode + "' (items of " + std::to_string(row->itemSize) + " bytes) from data of " +
+            typeCode + "' (items of " + std::to_string(itemSize) + " bytes) from data of " +
             std::to_string(available) +
             " bytes; the count must be a whole number of items within the data.");
     }

@@ -7,7 +7,9 @@
 #include <concepts>
 #include <cstdint>
 
-#include "service/py_handler_base.h"
+#include <optional>
+
+#include "contracts/host_array.h"
 #include "to_python/convert_to_python.h"
 
 namespace pylnk {
@@ -25,22 +27,14 @@ template <NumericElement T>
 ConversionResult convertNumericArray(foundation::veltradata::TypedArray<T> array);
 ConversionResult convertLogicalArray(foundation::veltradata::TypedArray<bool> array);
 
-// A fixed-width type code of Python's array module and the real numeric
-// host type of its items.
-struct NumericTypeCode {
-    foundation::veltradata::ArrayType type;
-    char code;
-    size_t itemSize;
-};
-// The row of a type code ('d', 'f', 'b', 'B', 'h', 'H', 'i', 'I', 'q', 'Q');
-// null for any other character.
-const NumericTypeCode* numericTypeCodeOf(char code);
+// The real numeric host type of the items that Python's array module keeps
+// under a fixed-width type code ('d', 'f', 'b', 'B', 'h', 'H', 'i', 'I', 'q',
+// 'Q'); none for any other character.
+std::optional<foundation::veltradata::ArrayType> realTypeOfCode(char code);
 // The array module's type code of a real numeric type; 0 for every other type.
 char typeCodeOf(foundation::veltradata::ArrayType type);
-bool isComplexType(const foundation::veltradata::Array& array);
 
 // A new array.array from a byte count, a type code and the data of any
 // numeric, logical or char array.
-VX_DECLARE_HANDLER(pyCreateNumericArrayHandler);
 
 }  // namespace pylnk

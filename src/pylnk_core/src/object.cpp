@@ -16,6 +16,10 @@ PyHolder pyGetMember(python::pyArray* object, const char* name) {
     return hold(getAttr(object, needText(name)));
 }
 
+PyOwned pyGetMemberOwned(python::pyArray* object, const char* name) {
+    return PyOwned(getAttr(object, needText(name)).release());
+}
+
 PyHolder pyGetMember(python::pyArray* object, python::pyArray* name) {
     return hold(checked(py().PyObject_GetAttr(need(object), need(name))));
 }
@@ -53,6 +57,10 @@ void pySetMember(python::pyArray* object, python::pyArray* name, python::pyArray
 
 PyHolder pyGetClass(python::pyArray* object) {
     return hold(getAttr(object, "__class__"));
+}
+
+PyOwned pyGetClassOwned(python::pyArray* object) {
+    return PyOwned(getAttr(object, "__class__").release());
 }
 
 PyHolder pyGetType(python::pyArray* object) {
@@ -119,6 +127,11 @@ PyHolder pyInvoke(python::pyArray* callable, const std::vector<PyHolder>& args,
 
 PyHolder pyInvoke(python::pyArray* callable, python::pyArray* argsTuple,
                   python::pyArray* keywordDict) {
+    return PyHolder(pyInvokeOwned(callable, argsTuple, keywordDict));
+}
+
+PyOwned pyInvokeOwned(python::pyArray* callable, python::pyArray* argsTuple,
+                      python::pyArray* keywordDict) {
     const capi::Table& t = py();
     need(callable);
     Ref args;
@@ -132,7 +145,7 @@ PyHolder pyInvoke(python::pyArray* callable, python::pyArray* argsTuple,
     if (keywordDict != nullptr) {
         requireInstance(keywordDict, t.DictType, "a dict of keyword arguments");
     }
-    return hold(checked(t.PyObject_Call(callable, args.get(), keywordDict)));
+    return PyOwned(checked(t.PyObject_Call(callable, args.get(), keywordDict)).release());
 }
 
 const char* pyGetChars(python::pyArray* object) {

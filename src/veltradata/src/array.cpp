@@ -18,6 +18,19 @@ namespace {
 template <class T>
 constexpr bool plainElement = ElementType<T>::plain;
 
+template <class... T>
+constexpr bool sizesAsDescribed() {
+    return ((describe(ElementType<T>::value).elementSize == sizeof(T)) && ...);
+}
+static_assert(
+    sizesAsDescribed<
+        bool, char16_t, double, float, std::int8_t, std::uint8_t, std::int16_t, std::uint16_t,
+        std::int32_t, std::uint32_t, std::int64_t, std::uint64_t, std::complex<double>,
+        std::complex<float>, std::complex<std::int8_t>, std::complex<std::uint8_t>,
+        std::complex<std::int16_t>, std::complex<std::uint16_t>, std::complex<std::int32_t>,
+        std::complex<std::uint32_t>, std::complex<std::int64_t>, std::complex<std::uint64_t>>(),
+    "a plain element takes the bytes its type's description says");
+
 template <class T>
 void* allocateTyped(int type, std::size_t count, Fill fill) {
     static_assert(!plainElement<T> || std::is_trivially_copyable_v<T>,
@@ -129,11 +142,20 @@ std::vector<std::size_t> normalizeDims(std::vector<std::size_t> dims, std::size_
 
 ArrayImpl* makeImpl(int type, std::vector<std::size_t> dims, std::size_t numel,
                     std::shared_ptr<const FieldTable> fields) {
+    Dims held;
+    held = std::move(dims);
+    return makeImpl(type, std::move(held), numel, std::move(fields));
+}
+
+ArrayImpl* makeImpl(int type, Dims dims, std::size_t numel,
+                    std::shared_ptr<const FieldTable> fields) {
     auto impl = std::make_unique<ArrayImpl>();
     impl->type = type;
     impl->dims = std::move(dims);
     impl->numel = numel;
-    if (hasStorage(type)) {
+    if (isPlain(type) && numel == 1) {
+        impl->data = impl->scalar;  // zeroed with the impl
+    } else if (hasStorage(type)) {
         impl->data = allocateElements(type, numel);
         impl->deleter = &freeElementBuffer;
     }
@@ -276,7 +298,7 @@ Array::~Array() {
 }
 
 std::vector<std::size_t> Array::getDimensions() const {
-    return impl_ ? impl_->dims : std::vector<std::size_t>{0, 0};
+    return impl_ ? impl_->dims.toVector() : std::vector<std::size_t>{0, 0};
 }
 
 const void* Array::getReadOnlyData() const noexcept {
@@ -284,11 +306,7 @@ const void* Array::getReadOnlyData() const noexcept {
 }
 
 std::size_t Array::getElementSize() const noexcept {
-    const int type = impl_ ? impl_->type : static_cast<int>(ArrayType::DOUBLE);
-    if (!detail::isPlain(type)) {
-        return 0;
-    }
-    return detail::dispatchElement(type, []<class T>(std::type_identity<T>) { return sizeof(T); });
+    return describe(impl_ ? static_cast<ArrayType>(impl_->type) : ArrayType::DOUBLE).elementSize;
 }
 
 void Array::detachSlow() {
@@ -298,7 +316,10 @@ void Array::detachSlow() {
     copy->dims = shared.dims;
     copy->numel = shared.numel;
     copy->fields = shared.fields;
-    if (detail::hasStorage(shared.type)) {
+    if (detail::isPlain(shared.type) && shared.numel == 1) {
+        std::memcpy(copy->scalar, shared.data, getElementSize());
+        copy->data = copy->scalar;
+    } else if (detail::hasStorage(shared.type)) {
         copy->data = detail::copyElements(shared);
         copy->deleter = &detail::freeElementBuffer;
     }
@@ -308,12 +329,13 @@ void Array::detachSlow() {
 void* Array::releaseBuffer(void (**deleter)(void*)) {
     const int type = impl_ ? impl_->type : static_cast<int>(ArrayType::DOUBLE);
     // The emptied holder keeps its type (and a struct array its fields).
-    Array emptied(detail::makeImpl(type, {0, 0}, 0, impl_ ? impl_->fields : nullptr));
+    Array emptied(detail::makeImpl(type, detail::Dims(0, 0), 0, impl_ ? impl_->fields : nullptr));
     void* data = nullptr;
     if (impl_ == nullptr) {
         data = detail::allocateElements(type, 0);
         *deleter = &detail::freeElementBuffer;
-    } else if (impl_->refs.load(std::memory_order_acquire) == 1 && !impl_->borrowed) {
+    } else if (impl_->refs.load(std::memory_order_acquire) == 1 && !impl_->borrowed &&
+               impl_->deleter != nullptr) {
         data = std::exchange(impl_->data, nullptr);
         *deleter = std::exchange(impl_->deleter, nullptr);
     } else {

@@ -20,8 +20,8 @@ void requireMakeable(int type, const char* operation) {
 }
 
 TypedArray<VELTRAString> stringScalar(VELTRAString value) {
-    Array array =
-        ArrayAccess::adopt(detail::makeImpl(static_cast<int>(ArrayType::VELTRA_STRING), {1, 1}, 1));
+    Array array = ArrayAccess::adopt(
+        detail::makeImpl(static_cast<int>(ArrayType::VELTRA_STRING), detail::Dims(1, 1), 1));
     TypedArray<VELTRAString> result(std::move(array));
     ArrayAccess::mutableData<VELTRAString>(result)[0] = std::move(value);
     return result;
@@ -55,6 +55,12 @@ void rowToColumnMajor(const T* in, T* out, const std::vector<std::size_t>& dims,
 
 ArrayFactory::ArrayFactory() = default;
 ArrayFactory::~ArrayFactory() = default;
+
+Array detail::makeRow(ArrayType type, std::size_t columns) {
+    const int raw = static_cast<int>(type);
+    requireMakeable(raw, "createArray");
+    return ArrayAccess::adopt(detail::makeImpl(raw, detail::Dims(1, columns), columns));
+}
 
 Array ArrayFactory::createArray(ArrayType type, std::vector<std::size_t> dims) const {
     const int raw = static_cast<int>(type);
@@ -95,7 +101,7 @@ CharArray ArrayFactory::createCharArray(const std::string& text) const {
 }
 
 CharArray ArrayFactory::createCharArray(const std::u16string& text) const {
-    CharArray result(createArray(ArrayType::CHAR, {1, text.size()}));
+    CharArray result(detail::makeRow(ArrayType::CHAR, text.size()));
     if (!text.empty()) {
         std::memcpy(ArrayAccess::mutableData<char16_t>(result), text.data(),
                     text.size() * sizeof(char16_t));

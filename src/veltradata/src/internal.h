@@ -32,7 +32,7 @@ inline bool hasStorage(int type) noexcept {
     return (type >= 1 && type <= 25) || (type >= 27 && type <= 29);
 }
 inline bool isPlain(int type) noexcept {
-    return type == 1 || type == 2 || (type >= 4 && type <= 23);
+    return describe(static_cast<ArrayType>(type)).elementSize != 0;
 }
 
 // Calls f(std::type_identity<T>{}) for the element type T of a type with storage.
@@ -134,8 +134,11 @@ const BufferHeader* headerOf(const void* data) noexcept;
 void* allocateLarge(std::size_t bytes, bool zeroed);
 void freeLarge(BufferHeader* head) noexcept;
 
-// A new, unshared impl with fresh storage for types that have it.
+// A new, unshared impl with fresh storage for types that have it (zeroed or
+// default-constructed elements).
 ArrayImpl* makeImpl(int type, std::vector<std::size_t> dims, std::size_t numel,
+                    std::shared_ptr<const FieldTable> fields = nullptr);
+ArrayImpl* makeImpl(int type, Dims dims, std::size_t numel,
                     std::shared_ptr<const FieldTable> fields = nullptr);
 // Copy of the dimensions in canonical form, with their element count.
 std::vector<std::size_t> normalizeDims(std::vector<std::size_t> dims, std::size_t* numel);

@@ -27,9 +27,9 @@ std::size_t linearIndex(const ReferenceImpl& impl) {
     }
     // Subscripts: the last one spans every remaining dimension, subscripts
     // beyond the last dimension range over a singleton.
-    static const std::vector<std::size_t> noDims{0, 0};
+    static const Dims noDims;
     const ArrayImpl* shared = ArrayAccess::impl(array);
-    const std::vector<std::size_t>& dims = shared ? shared->dims : noDims;
+    const Dims& dims = shared ? shared->dims : noDims;
     std::size_t linear = 0;
     std::size_t stride = 1;
     for (std::size_t k = 0; k < count; ++k) {
@@ -42,10 +42,11 @@ std::size_t linearIndex(const ReferenceImpl& impl) {
             }
         }
         if (indexes[k] >= extent) {
-            throw IndexOutOfBoundsException(
-                "Subscript " + std::to_string(k + 1) + " (value " + std::to_string(indexes[k]) +
-                ") is past the end of a " + describeDims(dims) + " array: it ranges over " +
-                std::to_string(extent) + (extent == 1 ? " value." : " values."));
+            throw IndexOutOfBoundsException("Subscript " + std::to_string(k + 1) + " (value " +
+                                            std::to_string(indexes[k]) + ") is past the end of a " +
+                                            describeDims(dims.toVector()) +
+                                            " array: it ranges over " + std::to_string(extent) +
+                                            (extent == 1 ? " value." : " values."));
         }
         linear += indexes[k] * stride;
         stride *= extent;

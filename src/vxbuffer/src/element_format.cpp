@@ -12,36 +12,11 @@ using vd::ArrayType;
 static_assert(std::endian::native == std::endian::little);
 
 std::optional<ElementFormat> formatOfType(ArrayType type) {
-    switch (type) {
-        case ArrayType::LOGICAL:
-            return ElementFormat{"?", 1};
-        case ArrayType::DOUBLE:
-            return ElementFormat{"d", 8};
-        case ArrayType::SINGLE:
-            return ElementFormat{"f", 4};
-        case ArrayType::INT8:
-            return ElementFormat{"b", 1};
-        case ArrayType::UINT8:
-            return ElementFormat{"B", 1};
-        case ArrayType::INT16:
-            return ElementFormat{"h", 2};
-        case ArrayType::UINT16:
-            return ElementFormat{"H", 2};
-        case ArrayType::INT32:
-            return ElementFormat{"i", 4};
-        case ArrayType::UINT32:
-            return ElementFormat{"I", 4};
-        case ArrayType::INT64:
-            return ElementFormat{"q", 8};
-        case ArrayType::UINT64:
-            return ElementFormat{"Q", 8};
-        case ArrayType::COMPLEX_DOUBLE:
-            return ElementFormat{"Zd", 16};
-        case ArrayType::COMPLEX_SINGLE:
-            return ElementFormat{"Zf", 8};
-        default:
-            return std::nullopt;
+    const vd::TypeDescription described = vd::describe(type);
+    if (*described.bufferFormat == '\0') {
+        return std::nullopt;
     }
+    return ElementFormat{described.bufferFormat, described.elementSize};
 }
 
 namespace {
@@ -89,20 +64,12 @@ std::optional<ArrayType> typeOfFormat(std::string_view format, std::size_t itemS
     if (!format.empty() && (format[0] == '@' || format[0] == '=' || format[0] == '<')) {
         format.remove_prefix(1);
     }
-    if (format == "?" && itemSize == 1) {
-        return ArrayType::LOGICAL;
-    }
-    if (format == "f" && itemSize == 4) {
-        return ArrayType::SINGLE;
-    }
-    if (format == "d" && itemSize == 8) {
-        return ArrayType::DOUBLE;
-    }
-    if (format == "Zf" && itemSize == 8) {
-        return ArrayType::COMPLEX_SINGLE;
-    }
-    if (format == "Zd" && itemSize == 16) {
-        return ArrayType::COMPLEX_DOUBLE;
+    for (ArrayType type : vd::kArrayTypes) {
+        const vd::TypeDescription described = vd::describe(type);
+        if (*described.bufferFormat != '\0' && format == described.bufferFormat &&
+            itemSize == described.elementSize) {
+            return type;
+        }
     }
     if (format.size() == 1) {
         for (const IntegerCode& entry : kIntegerCodes) {

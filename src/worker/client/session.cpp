@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <interprocess/pylnk/protocol.h>
 
 #include <filesystem>
 #include <mutex>
@@ -10,6 +11,7 @@
 namespace vxpy {
 
 namespace vd = foundation::veltradata;
+namespace protocol = interprocess::pylnk::protocol;
 using detail::Connection;
 using detail::kEndGrace;
 using detail::Reply;
@@ -72,7 +74,7 @@ void Session::Impl::close(std::optional<milliseconds> limit) {
     // the connection alone ends the worker.
     if (ending->started && ending->alive()) {
         try {
-            ending->call("pyClose", {}, 1, limit);
+            ending->call(protocol::kCloseCommand, {}, 1, limit);
         } catch (const Error&) {
             // Gone or too slow: the worker is ended below all the same.
         }
@@ -108,25 +110,27 @@ void Session::start(const Interpreter& python) {
         return;
     }
     vd::ArrayFactory factory;
+    namespace field = protocol::start_field;
     vd::StructArray request = factory.createStructArray(
-        {1, 1}, {"executable", "library", "home", "path", "version", "qlbuffer_location"});
-    request[0]["executable"] = factory.createCharArray(python.executable);
-    request[0]["library"] = factory.createCharArray(python.library);
-    request[0]["home"] = factory.createCharArray(python.home);
-    request[0]["path"] = factory.createCharArray(python.path);
-    request[0]["version"] = factory.createCharArray(python.version);
-    request[0]["qlbuffer_location"] = factory.createCharArray(impl_->options.location);
-    const Reply reply = connection->call("attemptToStartPython", {request}, 1);
+        {1, 1},
+        std::vector<std::string>(protocol::kStartFields.begin(), protocol::kStartFields.end()));
+    request[0][field::kExecutable] = factory.createCharArray(python.executable);
+    request[0][field::kLibrary] = factory.createCharArray(python.library);
+    request[0][field::kHome] = factory.createCharArray(python.home);
+    request[0][field::kPath] = factory.createCharArray(python.path);
+    request[0][field::kVersion] = factory.createCharArray(python.version);
+    request[0][field::kLocation] = factory.createCharArray(impl_->options.location);
+    const Reply reply = connection->call(protocol::kStartCommand, {request}, 1);
     const std::string token = reply.empty() ? std::string() : textOf(reply[0]);
-    if (token == "vx_success_token_for_oop_python") {
+    if (token == protocol::kSuccessToken) {
         connection->started = true;
         return;
     }
-    if (token == "vx_empty_token_for_oop_python") {
+    if (token == protocol::kEmptyToken) {
         throw Error("the interpreter could not be loaded: " + python.executable + " (library '" +
                     python.library + "', version " + python.version + ")");
     }
-    if (token == "vx_discard_token_for_oop_python") {
+    if (token == protocol::kDiscardToken) {
         throw Error("this worker's interpreter was closed; restart() gives a fresh one");
     }
     throw Error("unexpected answer to the start: '" + token + "'");

@@ -20,15 +20,9 @@ namespace {
 constexpr std::uint64_t kMinArrayBytes = 8 + 2 * 8;
 
 // Bytes per element of the types whose elements travel in the data section
-// (LOGICAL, CHAR, numeric and complex: 1, 2 and 4 to 23), by type value;
-// 0 for every other type.
+// (LOGICAL, CHAR, numeric and complex); 0 for every other type.
 std::size_t blockElementSize(int type) {
-    static constexpr unsigned char kSizes[] = {
-        0,  1, 2, 0,                     // UNKNOWN, LOGICAL, CHAR, VELTRA_STRING
-        8,  4, 1, 1, 2, 2, 4, 4, 8,  8,  // DOUBLE ... UINT64
-        16, 8, 2, 2, 4, 4, 8, 8, 16, 16  // COMPLEX_DOUBLE ... COMPLEX_UINT64
-    };
-    return type >= 0 && type < static_cast<int>(std::size(kSizes)) ? kSizes[type] : 0;
+    return vd::describe(static_cast<vd::ArrayType>(type)).elementSize;
 }
 
 // The head of every array in a description.

@@ -30,6 +30,10 @@ void pySetMember(python::pyArray* object, python::pyArray* name, python::pyArray
 
 // object.__class__
 PyHolder pyGetClass(python::pyArray* object);
+// pyGetMember of a name and pyGetClass, for an object used only in the
+// caller's scope (the hot path of every call's result).
+PyOwned pyGetMemberOwned(python::pyArray* object, const char* name);
+PyOwned pyGetClassOwned(python::pyArray* object);
 // type(object)
 PyHolder pyGetType(python::pyArray* object);
 // dir(object): a list of strings.
@@ -67,6 +71,8 @@ PyHolder pyInvoke(python::pyArray* callable, const std::vector<PyHolder>& args,
 // a dict.
 PyHolder pyInvoke(python::pyArray* callable, python::pyArray* argsTuple,
                   python::pyArray* keywordDict);
+PyOwned pyInvokeOwned(python::pyArray* callable, python::pyArray* argsTuple,
+                      python::pyArray* keywordDict);
 
 // UTF-8 text of a str. The pointer stays valid while the object lives; never
 // null on success. Raises for an object that is no str.

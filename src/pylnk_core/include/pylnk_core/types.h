@@ -12,6 +12,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <memory>
 #include <string>
 
 namespace python {
@@ -42,6 +43,11 @@ struct PyArrayReleaser {
 };
 
 using PyHolder = boost::shared_ptr<python::pyArray>;
+
+// An owned reference without a shared count, for an object used only within
+// one scope: unlike a holder, making one allocates nothing. A holder takes it
+// over where it must be shared.
+using PyOwned = std::unique_ptr<python::pyArray, PyArrayReleaser>;
 
 // Makes a holder that takes over a reference the caller already owns. If the
 // holder cannot be allocated, the reference is dropped before the exception

@@ -28,8 +28,40 @@ namespace detail {
 // array and every StructElement taken from it.
 struct FieldTable;
 
+// The dimensions of an array, at least two. Those of a matrix, which nearly
+// every array is, are held inline; an array of more keeps them all in `more_`.
+class Dims {
+  public:
+    Dims() noexcept = default;
+    Dims(std::size_t rows, std::size_t columns) noexcept : two_{rows, columns} {}
+    Dims& operator=(std::vector<std::size_t> dims) {
+        if (dims.size() == 2) {
+            two_[0] = dims[0];
+            two_[1] = dims[1];
+            more_.clear();
+        } else {
+            more_ = std::move(dims);
+        }
+        return *this;
+    }
+    std::size_t size() const noexcept { return more_.empty() ? 2 : more_.size(); }
+    std::size_t operator[](std::size_t k) const noexcept {
+        return more_.empty() ? two_[k] : more_[k];
+    }
+    std::vector<std::size_t> toVector() const {
+        return more_.empty() ? std::vector<std::size_t>{two_[0], two_[1]} : more_;
+    }
+
+  private:
+    std::size_t two_[2] = {0, 0};
+    std::vector<std::size_t> more_;
+};
+
 // The shared state behind every holder of one array. Element storage is one
-// buffer of `numel` elements in column-major order, owned through `deleter`.
+// buffer of `numel` elements in column-major order, owned through `deleter`,
+// but for a scalar of a plain type: its element lives in `scalar`, `data`
+// points there and `deleter` is null, so that the commonest array takes one
+// allocation.
 struct ArrayImpl {
     std::atomic<std::size_t> refs{1};
     int type = 0;  // raw value: arrays of unknown types report it unchanged
@@ -37,17 +69,19 @@ struct ArrayImpl {
     // in place, whoever holds them.
     bool borrowed = false;
     std::size_t numel = 0;
-    std::vector<std::size_t> dims;  // at least two entries
+    Dims dims;
     void* data = nullptr;
     void (*deleter)(void*) = nullptr;
-    std::shared_ptr<const FieldTable> fields;  // struct arrays only
+    std::shared_ptr<const FieldTable> fields;   // struct arrays only
+    alignas(16) unsigned char scalar[16] = {};  // the largest plain element
 };
 
 void destroyImpl(ArrayImpl* impl) noexcept;
 [[noreturn]] void throwWrongType(ArrayType actual, ArrayType expected);
 
 // ElementType<T>::value is the ArrayType whose elements are T; `plain` marks
-// trivially copyable elements stored as raw bytes.
+// trivially copyable elements stored as raw bytes, as many bytes as the
+// type's description says.
 template <class T>
 struct ElementType;
 

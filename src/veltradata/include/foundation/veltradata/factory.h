@@ -76,6 +76,10 @@ E convertRangeElement(const V& value) {
 
 [[noreturn]] void throwRangeCount(std::size_t expected, std::size_t given, bool atLeast);
 
+// A new 1 by n array, as createArray(type, {1, n}) makes it, without a list
+// of dimensions to build: scalars and text are made all the time.
+Array makeRow(ArrayType type, std::size_t columns);
+
 }  // namespace detail
 
 // Makes arrays. Stateless; cheap to construct on the stack.
@@ -138,7 +142,7 @@ class ArrayFactory {
     requires detail::ScalarValue<T> TypedArray<detail::NormalizedT<T>> createScalar(const T& value)
     const {
         using E = detail::NormalizedT<T>;
-        TypedArray<E> result = createArray<E>({1, 1});
+        TypedArray<E> result(detail::makeRow(arrayTypeOf<E>, 1));
         detail::ArrayAccess::mutableData<E>(result)[0] = static_cast<E>(value);
         return result;
     }

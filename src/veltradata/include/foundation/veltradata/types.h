@@ -57,6 +57,84 @@ enum class MemoryLayout : int {
     ROW_MAJOR = 1,
 };
 
+// What every table of host array types needs of one type, in one place: the
+// bytes of an element stored as raw bytes (0 where elements are objects or
+// absent), its format code in Python's buffer protocol ("" where that has
+// none), and whether its elements are numbers, and complex ones.
+struct TypeDescription {
+    std::size_t elementSize = 0;
+    const char* bufferFormat = "";
+    bool numeric = false;
+    bool complex = false;
+};
+
+constexpr TypeDescription describe(ArrayType type) noexcept {
+    switch (type) {
+        case ArrayType::LOGICAL:
+            return {1, "?"};
+        case ArrayType::CHAR:
+            return {2};
+        case ArrayType::DOUBLE:
+            return {8, "d", true};
+        case ArrayType::SINGLE:
+            return {4, "f", true};
+        case ArrayType::INT8:
+            return {1, "b", true};
+        case ArrayType::UINT8:
+            return {1, "B", true};
+        case ArrayType::INT16:
+            return {2, "h", true};
+        case ArrayType::UINT16:
+            return {2, "H", true};
+        case ArrayType::INT32:
+            return {4, "i", true};
+        case ArrayType::UINT32:
+            return {4, "I", true};
+        case ArrayType::INT64:
+            return {8, "q", true};
+        case ArrayType::UINT64:
+            return {8, "Q", true};
+        case ArrayType::COMPLEX_DOUBLE:
+            return {16, "Zd", true, true};
+        case ArrayType::COMPLEX_SINGLE:
+            return {8, "Zf", true, true};
+        case ArrayType::COMPLEX_INT8:
+        case ArrayType::COMPLEX_UINT8:
+            return {2, "", true, true};
+        case ArrayType::COMPLEX_INT16:
+        case ArrayType::COMPLEX_UINT16:
+            return {4, "", true, true};
+        case ArrayType::COMPLEX_INT32:
+        case ArrayType::COMPLEX_UINT32:
+            return {8, "", true, true};
+        case ArrayType::COMPLEX_INT64:
+        case ArrayType::COMPLEX_UINT64:
+            return {16, "", true, true};
+        default:
+            return {};
+    }
+}
+
+// Every type value that has an enumerator, in order.
+inline constexpr ArrayType kArrayTypes[] = {
+    ArrayType::UNKNOWN,        ArrayType::LOGICAL,
+    ArrayType::CHAR,           ArrayType::VELTRA_STRING,
+    ArrayType::DOUBLE,         ArrayType::SINGLE,
+    ArrayType::INT8,           ArrayType::UINT8,
+    ArrayType::INT16,          ArrayType::UINT16,
+    ArrayType::INT32,          ArrayType::UINT32,
+    ArrayType::INT64,          ArrayType::UINT64,
+    ArrayType::COMPLEX_DOUBLE, ArrayType::COMPLEX_SINGLE,
+    ArrayType::COMPLEX_INT8,   ArrayType::COMPLEX_UINT8,
+    ArrayType::COMPLEX_INT16,  ArrayType::COMPLEX_UINT16,
+    ArrayType::COMPLEX_INT32,  ArrayType::COMPLEX_UINT32,
+    ArrayType::COMPLEX_INT64,  ArrayType::COMPLEX_UINT64,
+    ArrayType::CELL,           ArrayType::STRUCT,
+    ArrayType::VALUE_OBJECT,   ArrayType::HANDLE_OBJECT_REF,
+    ArrayType::ENUM,           ArrayType::SPARSE_LOGICAL,
+    ArrayType::SPARSE_DOUBLE,  ArrayType::SPARSE_COMPLEX_DOUBLE,
+};
+
 // Enumerator name of a type ("DOUBLE", "VELTRA_STRING", ...), or
 // "UNKNOWN(<value>)" for a value without an enumerator (26, 33, -1, ...).
 std::string toString(ArrayType type);

@@ -6,7 +6,7 @@
 #include <exception>
 #include <string>
 
-#include "service/py_handler_base.h"
+#include "base/py_handler_base.h"
 
 namespace pylnk {
 
@@ -57,10 +57,3 @@ std::exception_ptr failureOf(Body&& body) {
 void replyWithFailure(ReplyPromise* promise, std::exception_ptr failure);
 
 }  // namespace pylnk
-
-// Opens the definition of a handler's execute; every argument may go unused.
-#define VX_EXECUTE(ClassName)                                                             \
-    void ClassName::execute([[maybe_unused]] const std::string& name,                     \
-                            [[maybe_unused]] size_t nlhs, ::pylnk::ReplyPromise* promise, \
-                            [[maybe_unused]] size_t nrhs,                                 \
-                            [[maybe_unused]] foundation::veltradata::Array* prhs)

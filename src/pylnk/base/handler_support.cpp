@@ -1,6 +1,6 @@
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
-#include "commands/object_registry.h"
+#include "base/object_registry.h"
 
 namespace pylnk {
 

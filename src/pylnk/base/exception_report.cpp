@@ -1,7 +1,7 @@
-#include "service/exception_report.h"
+#include "base/exception_report.h"
 
-#include "commands/object_registry.h"
-#include "introspection/class_metadata.h"
+#include "base/object_registry.h"
+#include "base/shared_arrays.h"
 
 namespace pylnk {
 
@@ -19,24 +19,33 @@ const std::vector<std::string>& reportFields() {
     return *fields;
 }
 
+ClassDescriber& reportedClassDescriber() {
+    static ClassDescriber describe = nullptr;
+    return describe;
+}
+
 }  // namespace
+
+void describeReportedClassesWith(ClassDescriber describe) {
+    reportedClassDescriber() = describe;
+}
 
 PyExceptionReport::PyExceptionReport() {
     errorObject_ = exception::pyErrorFetch();
     // The fetched triple holds the error; the interpreter is not asked
     // anything more while the error is still set.
     exception::pyErrorClear();
-    errorValue_ = sequence::pyGetItem(errorObject_.get(), 1);
+    const H errorValue = sequence::pyGetItem(errorObject_.get(), 1);
     exception::pyErrorClear();
     try {
-        H cls = object::pyGetClass(errorValue_.get());
+        H cls = object::pyGetClass(errorValue.get());
         identifier_ = object::get_ustring(object::pyGetMember(cls.get(), "__name__").get());
     } catch (const InternalPyException&) {
         exception::pyErrorClear();
         identifier_ = u"VELTRAPyHost::UnknownException";
     }
     try {
-        message_ = object::get_ustring(object::pyStr(errorValue_.get()).get());
+        message_ = object::get_ustring(object::pyStr(errorValue.get()).get());
     } catch (const InternalPyException&) {
         exception::pyErrorClear();
         message_ = u"VELTRAPyHost::UnprintableException";
@@ -54,14 +63,15 @@ vd::Array PyExceptionReport::toStructure() const {
     report[0]["exceptionName"] = factory_.createCharArray(identifier_);
     report[0]["exceptionMessage"] = factory_.createCharArray(message_);
     report[0]["object"] = factory_.createScalar(objectRegistryRetain(errorObject_));
-    vd::Array classProperties = factory_.createCharArray(std::u16string());
-    vd::Array classMetadata = factory_.createCharArray(std::u16string());
-    vd::Array scalarData = factory_.createCharArray(std::u16string());
+    vd::Array classProperties = sharedEmptyText();
+    vd::Array classMetadata = sharedEmptyText();
+    vd::Array scalarData = sharedEmptyText();
     H cls = object::pyGetClass(errorObject_.get());
-    if (object::pyHasMember(cls.get(), "__name__")) {
+    if (object::pyHasMember(cls.get(), "__name__") && reportedClassDescriber()) {
         H name = object::pyGetMember(cls.get(), "__name__");
-        classProperties = buildClassProperties(cls.get());
-        classMetadata = buildClassMetadata(name, cls);
+        ClassDescription described = reportedClassDescriber()(name, cls);
+        classProperties = std::move(described.properties);
+        classMetadata = std::move(described.metadata);
     }
     report[0]["classProperties"] = classProperties;
     report[0]["classMetadata"] = classMetadata;

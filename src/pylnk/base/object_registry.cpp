@@ -1,4 +1,4 @@
-#include "commands/object_registry.h"
+#include "base/object_registry.h"
 
 #include <unordered_set>
 
@@ -21,16 +21,19 @@ RegistryRollback*& currentRollback() {
 
 }  // namespace
 
-std::uint64_t objectRegistryRetain(boost::shared_ptr<python::pyArray> object) {
-    python::pyArray* raw = object.get();
-    const auto key = reinterpret_cast<std::uint64_t>(raw);
+std::uint64_t objectRegistryRetain(python::pyArray* object) {
+    const auto key = reinterpret_cast<std::uint64_t>(object);
     if (registry().insert(key).second) {
-        managed::pyAddReference(raw);
+        managed::pyAddReference(object);
         if (RegistryRollback* rollback = currentRollback()) {
             rollback->added_.push_back(key);
         }
     }
     return key;
+}
+
+std::uint64_t objectRegistryRetain(boost::shared_ptr<python::pyArray> object) {
+    return objectRegistryRetain(object.get());
 }
 
 void objectRegistryRelease(python::pyArray* object) {

@@ -1,21 +1,20 @@
-#include "service/error_handlers.h"
 
-#include "service/handler_support.h"
+#include "base/handler_support.h"
 
 namespace pylnk {
 
-VX_EXECUTE(pyErrorClearHandler) {
+VX_COMMAND_WITH(pyErrorClearHandler, "pyErrorClear", 0, Used) {
     exception::pyErrorClear();
     reply(promise, successString());
 }
 
-VX_EXECUTE(pyErrorOccurredHandler) {
+VX_COMMAND_WITH(pyErrorOccurredHandler, "pyErrorOccurred", 0, Used) {
     reply(promise, truthValue(exception::pyErrorOccurred()));
 }
 
 // With no error set the bridge still gives an object (a tuple of three
 // None), so the reply is always an address.
-VX_EXECUTE(pyErrorFetchHandler) {
+VX_COMMAND_WITH(pyErrorFetchHandler, "pyErrorFetch", 0, Used) {
     reply(promise, objectAddress(exception::pyErrorFetch()));
 }
 

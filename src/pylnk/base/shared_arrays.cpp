@@ -1,4 +1,4 @@
-#include "introspection/shared_arrays.h"
+#include "base/shared_arrays.h"
 
 namespace pylnk {
 

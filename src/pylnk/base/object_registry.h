@@ -12,6 +12,7 @@ namespace pylnk {
 
 // Makes the object an address for the host. However often an object crosses,
 // the registry holds one reference on it.
+std::uint64_t objectRegistryRetain(python::pyArray* object);
 std::uint64_t objectRegistryRetain(boost::shared_ptr<python::pyArray> object);
 
 // Gives up the registry's reference; an address that is not registered
@@ -37,7 +38,7 @@ class RegistryRollback {
     void keep() { kept_ = true; }
 
   private:
-    friend std::uint64_t objectRegistryRetain(boost::shared_ptr<python::pyArray> object);
+    friend std::uint64_t objectRegistryRetain(python::pyArray* object);
 
     std::vector<std::uint64_t> added_;
     RegistryRollback* outer_;

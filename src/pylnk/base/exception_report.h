@@ -27,14 +27,10 @@ class PyExceptionReport {
     // its class passes on as InternalPyException.
     foundation::veltradata::Array toStructure() const;
 
-    const std::u16string& identifier() const { return identifier_; }
-    const std::u16string& message() const { return message_; }
-
   private:
     std::u16string identifier_;
     std::u16string message_;
     H errorObject_;
-    H errorValue_;
     foundation::veltradata::ArrayFactory factory_;
 };
 
@@ -42,5 +38,16 @@ class PyExceptionReport {
 // pending error, and of a report with a fixed identifier.
 foundation::veltradata::Array reportFromInterpreter();
 foundation::veltradata::Array reportOf(std::u16string identifier, std::u16string message);
+
+// A report describes the class of its error object as class metadata does
+// ("classProperties", "classMetadata"). That description lives in
+// introspection/, above this folder, so the service hands it down before the
+// first command runs.
+struct ClassDescription {
+    foundation::veltradata::Array properties;
+    foundation::veltradata::Array metadata;
+};
+using ClassDescriber = ClassDescription (*)(const H& name, const H& cls);
+void describeReportedClassesWith(ClassDescriber describe);
 
 }  // namespace pylnk

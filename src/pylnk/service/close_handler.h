@@ -1,9 +1,0 @@
-#pragma once
-
-#include "service/py_handler_base.h"
-
-namespace pylnk {
-
-VX_DECLARE_HANDLER(pyCloseHandler);
-
-}  // namespace pylnk
