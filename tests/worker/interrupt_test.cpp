@@ -1,0 +1,164 @@
+// Session::interrupt(): a running call raises KeyboardInterrupt, the worker
+// lives on, and an interrupt that finds nothing running changes nothing
+// later; in every interpreter the machine has, with the object API.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <thread>
+
+#include "support/python.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using vxpy::Object;
+using vxtest::systemPython;
+using Clock = std::chrono::steady_clock;
+namespace vd = foundation::veltradata;
+
+// Runs the call on a thread of its own and interrupts it after 300 ms:
+// how it ended ("KeyboardInterrupt", a CommandError's text, "returned") and
+// how long after the interrupt.
+std::pair<std::string, std::chrono::milliseconds> interrupted(vxpy::Session& python,
+                                                              std::function<void()> call) {
+    auto running = std::async(std::launch::async, [call] {
+        try {
+            call();
+        } catch (const vxpy::CommandError& error) {
+            return std::make_pair(std::string(error.what()), Clock::now());
+        }
+        return std::make_pair(std::string("returned"), Clock::now());
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const auto sent = Clock::now();
+    python.interrupt();
+    if (running.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+        ADD_FAILURE() << "the call was not interrupted";
+        python.restart();  // ends the call
+    }
+    const auto [how, ended] = running.get();
+    return {how, std::chrono::duration_cast<std::chrono::milliseconds>(ended - sent)};
+}
+
+bool errorLeftSet(vxpy::Session& python) {
+    return vd::TypedArray<bool>(python.call("pyErrorOccurred", {}).at(0))[0];
+}
+
+TEST(Interrupt, StopsALoopAndASleepAndTheWorkerLivesOn) {
+    vxpy::Session python;
+    python.interrupt();  // before a start: nothing to do
+    python.start(systemPython());
+    const int pid = python.pid();
+    python.exec("import time");
+    const auto [loop, loopTook] =
+        interrupted(python, [&] { python.exec("while True:\n    pass"); });
+    EXPECT_EQ(loop, "KeyboardInterrupt");
+    EXPECT_LT(loopTook.count(), 500);
+    const auto [sleep, sleepTook] = interrupted(python, [&] { python.eval("time.sleep")(30); });
+    EXPECT_EQ(sleep, "KeyboardInterrupt");
+    EXPECT_LT(sleepTook.count(), 500);
+    // A raw command is a call of the session too.
+    const auto [raw, rawTook] =
+        interrupted(python, [&] { vxtest::Python(python).exec("import time\ntime.sleep(30)"); });
+    EXPECT_THAT(raw, HasSubstr("KeyboardInterrupt"));
+    EXPECT_LT(rawTook.count(), 500);
+    python.call("pyErrorClear", {});
+
+    EXPECT_EQ(python.pid(), pid);
+    EXPECT_EQ(python.eval("6 * 7").toInt(), 42);
+    EXPECT_FALSE(errorLeftSet(python));
+    python.close();
+    python.interrupt();  // after close(): nothing to do
+}
+
+TEST(Interrupt, WithNothingRunningItChangesNothingLater) {
+    vxpy::Session python;
+    python.start(systemPython());
+    python.interrupt();
+    python.exec("total = 0\nfor i in range(100000):\n    total += i");
+    EXPECT_EQ(python.eval("total").toInt(), 4999950000);
+
+    // Interrupts racing short calls: a call either completes or raises
+    // KeyboardInterrupt; once the interrupts stop, no call ever sees one.
+    const Object step = python.eval("lambda n: sum(range(n))");
+    std::atomic<bool> stop{false};
+    std::thread interrupter([&] {
+        while (!stop) {
+            python.interrupt();
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+    });
+    int interrupts = 0;
+    for (int i = 0; i < 300; ++i) {
+        try {
+            EXPECT_EQ(step(100).toInt(), 4950);
+        } catch (const vxpy::PythonError& error) {
+            EXPECT_EQ(error.pythonType(), "KeyboardInterrupt");
+            ++interrupts;
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << error.what();
+        }
+    }
+    stop = true;
+    interrupter.join();
+    EXPECT_GT(interrupts, 0);
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_EQ(step(100).toInt(), 4950)
+            << "call " << i << " after " << interrupts << " interrupted calls";
+    }
+    EXPECT_FALSE(errorLeftSet(python));
+}
+
+TEST(Interrupt, EveryInterpreterOnTheMachineServesObjectsAndInterrupts) {
+    // pyenv's builds, where they exist; absent versions are skipped.
+    namespace fs = std::filesystem;
+    const fs::path versions =
+        fs::path(std::getenv("HOME") ? std::getenv("HOME") : "/root") / ".pyenv" / "versions";
+    int served = 0;
+    for (const std::string version : {"3.8", "3.9", "3.10", "3.11", "3.12", "3.13"}) {
+        std::error_code ignored;
+        for (const auto& entry : fs::directory_iterator(versions, ignored)) {
+            const fs::path executable = entry.path() / "bin" / "python3";
+            if (entry.path().filename().string().rfind(version + ".", 0) != 0 ||
+                !fs::exists(executable)) {
+                continue;
+            }
+            SCOPED_TRACE(executable.string());
+            vxpy::Session python;
+            python.start(vxpy::Interpreter::find(executable.string()));
+            python.exec(
+                "def f(a, *, b):\n"
+                "    if a is None:\n"
+                "        raise TypeError('no a')\n"
+                "    return [a, b, 2**63 - 1]\n");
+            const Object made = python.eval("f")("x", vxpy::kw("b", 1.5));
+            EXPECT_EQ(made.repr(), "['x', 1.5, 9223372036854775807]");
+            EXPECT_EQ(made.toList().at(2).toInt(), 9223372036854775807);
+            EXPECT_EQ(made.typeName(), "builtins.list");
+            EXPECT_DOUBLE_EQ(made.item(1).toDouble(), 1.5);
+            const auto [how, took] =
+                interrupted(python, [&] { python.exec("import time\ntime.sleep(30)"); });
+            EXPECT_EQ(how, "KeyboardInterrupt");
+            try {
+                python.eval("f")(nullptr, vxpy::kw("b", 0));
+                ADD_FAILURE() << "no PythonError";
+            } catch (const vxpy::PythonError& error) {
+                EXPECT_EQ(error.pythonType(), "TypeError");
+                EXPECT_THAT(error.traceback(), HasSubstr("Traceback"));
+            }
+            EXPECT_EQ(python.eval("[1, 2.5]").toArray().getNumberOfElements(), 2u);
+            ++served;
+            break;
+        }
+    }
+    if (served == 0) {
+        GTEST_SKIP() << "no pyenv interpreters on this machine";
+    }
+}
+
+}  // namespace
