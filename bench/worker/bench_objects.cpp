@@ -1,0 +1,115 @@
+// The object API of the client against the raw commands it stands on, each
+// pair measured in alternating blocks of the same run, so that a change in
+// the machine's load falls on both sides:
+//  - a call through an Object of `lambda x: x` with 1.0, against a raw
+//    pyInvokeFastInput of the same function (results kept on both sides, and
+//    once more with the Object's result dropped);
+//  - attr() results dropped, against raw pyGetMember calls whose results are
+//    kept.
+// Counters: the mean microseconds of each side and their ratio.
+#include <benchmark/benchmark.h>
+#include <vxpy/client.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <vector>
+
+namespace {
+
+namespace vd = foundation::veltradata;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kBlock = 1000;
+
+vxpy::Session& session() {
+    static vxpy::Session* const python = [] {
+        auto* started = new vxpy::Session;
+        started->start(vxpy::Interpreter::find("/usr/bin/python3"));
+        return started;
+    }();
+    return *python;
+}
+
+template <class Body>
+double microsecondsPerRun(Body&& body) {
+    const auto begin = Clock::now();
+    for (int i = 0; i < kBlock; ++i) {
+        body();
+    }
+    return std::chrono::duration<double, std::micro>(Clock::now() - begin).count() / kBlock;
+}
+
+// Runs the two sides in alternating blocks of kBlock; each benchmark
+// iteration is one block of each.
+template <class Object, class Baseline>
+void alternate(benchmark::State& state, Object&& object, Baseline&& baseline) {
+    double objectTotal = 0;
+    double baselineTotal = 0;
+    for (auto _ : state) {
+        baselineTotal += microsecondsPerRun(baseline);
+        objectTotal += microsecondsPerRun(object);
+    }
+    const double runs = static_cast<double>(state.iterations());
+    state.counters["object_us"] = objectTotal / runs;
+    state.counters["baseline_us"] = baselineTotal / runs;
+    state.counters["ratio"] = objectTotal / baselineTotal;
+}
+
+double loadAverage() {
+    double load = 0;
+    std::ifstream("/proc/loadavg") >> load;
+    return load;
+}
+
+void BM_CallKeptVsRawInvokeFastInput(benchmark::State& state) {
+    vxpy::Session& python = session();
+    const vxpy::Object identity = python.eval("lambda x: x");
+    vd::ArrayFactory f;
+    const std::vector<vd::Array> raw = {
+        f.createScalar(identity.address()),
+        f.createCellArray({1, 2}, {f.createCellArray({1, 1}, {f.createScalar(1.0)}),
+                                   f.createStructArray({0, 0}, {})})};
+    std::vector<vxpy::Object> kept;
+    kept.reserve(static_cast<std::size_t>(kBlock) * 64);
+    alternate(
+        state, [&] { kept.push_back(identity(1.0)); },
+        [&] { benchmark::DoNotOptimize(python.call("pyInvokeFastInput", raw)); });
+    state.counters["load"] = loadAverage();
+}
+BENCHMARK(BM_CallKeptVsRawInvokeFastInput)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+void BM_CallDroppedVsRawInvokeFastInput(benchmark::State& state) {
+    vxpy::Session& python = session();
+    const vxpy::Object identity = python.eval("lambda x: x");
+    vd::ArrayFactory f;
+    const std::vector<vd::Array> raw = {
+        f.createScalar(identity.address()),
+        f.createCellArray({1, 2}, {f.createCellArray({1, 1}, {f.createScalar(1.0)}),
+                                   f.createStructArray({0, 0}, {})})};
+    alternate(
+        state, [&] { benchmark::DoNotOptimize(identity(1.0).address()); },
+        [&] { benchmark::DoNotOptimize(python.call("pyInvokeFastInput", raw)); });
+    state.counters["load"] = loadAverage();
+}
+BENCHMARK(BM_CallDroppedVsRawInvokeFastInput)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+// 10 blocks of 1000: 10 000 attr() results dropped against 10 000 raw
+// pyGetMember calls whose results are kept.
+void BM_AttrDroppedVsRawGetMemberKept(benchmark::State& state) {
+    vxpy::Session& python = session();
+    python.exec("class Holder:\n    pass\nholder = Holder()\nholder.value = 2.5\n");
+    const vxpy::Object holder = python.eval("holder");
+    vd::ArrayFactory f;
+    const std::vector<vd::Array> raw = {f.createScalar(holder.address()),
+                                        f.createCharArray("value")};
+    alternate(
+        state, [&] { benchmark::DoNotOptimize(holder.attr("value").address()); },
+        [&] { benchmark::DoNotOptimize(python.call("pyGetMember", raw)); });
+    state.counters["load"] = loadAverage();
+}
+BENCHMARK(BM_AttrDroppedVsRawGetMemberKept)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
