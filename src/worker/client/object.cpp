@@ -17,6 +17,14 @@ vd::Array addressArray(std::uint64_t address) {
     return vd::ArrayFactory().createScalar(address);
 }
 
+vd::Array textArray(const std::string& utf8) {
+    try {
+        return vd::ArrayFactory().createCharArray(utf8);
+    } catch (const vd::Exception& error) {
+        throw Error(std::string("text for Python must be UTF-8: ") + error.what());
+    }
+}
+
 // A helper's conversion of the object; its refusal is an Error naming the
 // object's type, not a Python failure.
 ObjectSpace::Result converted(ObjectSpace& space, Helper helper, const Object& object) {
@@ -40,12 +48,12 @@ Arg::Arg(const char* text) {
     if (text == nullptr) {
         throw Error("a null C string has no Python form (nullptr alone is None)");
     }
-    array_ = vd::ArrayFactory().createCharArray(std::string(text));
+    array_ = textArray(text);
 }
 
-Arg::Arg(std::string_view text) : array_(vd::ArrayFactory().createCharArray(std::string(text))) {}
+Arg::Arg(std::string_view text) : array_(textArray(std::string(text))) {}
 
-Arg::Arg(const std::string& text) : array_(vd::ArrayFactory().createCharArray(text)) {}
+Arg::Arg(const std::string& text) : array_(textArray(text)) {}
 
 // The library's marker for a missing string is the one way to send None.
 Arg::Arg(std::nullptr_t) {
@@ -84,8 +92,7 @@ std::uint64_t Object::address() const {
 
 Object Object::attr(const std::string& name) const {
     const detail::Handle& self = handle();
-    return self.space->object(
-        "pyGetMember", {addressArray(self.address), vd::ArrayFactory().createCharArray(name)});
+    return self.space->object("pyGetMember", {addressArray(self.address), textArray(name)});
 }
 
 void Object::setAttr(const std::string& name, const Arg& value) const {
@@ -210,9 +217,7 @@ Object Session::import(const std::string& module) {
     };
     const Outcome outcome = space->run<Outcome>([&](ObjectSpace::Request& request) {
         Outcome o;
-        const vd::Array reply =
-            request.send("pyCreateModuleException", {vd::ArrayFactory().createCharArray(module)})
-                .at(0);
+        const vd::Array reply = request.send("pyCreateModuleException", {textArray(module)}).at(0);
         if (reply.getType() == vd::ArrayType::STRUCT) {
             const vd::StructArray report(reply);
             const vd::TypedArray<std::uint64_t> error = report[0]["object"];

@@ -455,7 +455,13 @@ void ObjectSpace::throwReport(const vd::Array& report, Object error) {
     if (name.starts_with("VELTRAPyHost::") && name != "VELTRAPyHost::UnknownException") {
         throw CommandError(name, message.empty() ? name : name + ": " + message);
     }
-    auto [type, text, traceback] = describe(error);
+    std::array<std::string, 3> described;
+    try {
+        described = describe(error);
+    } catch (const CommandError&) {
+        // The report's own words have to do.
+    }
+    const auto& [type, text, traceback] = described;
     throw PythonError(type.empty() ? name : type, type.empty() ? message : text, traceback);
 }
 

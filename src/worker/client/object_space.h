@@ -162,6 +162,8 @@ R ObjectSpace::run(const std::function<R(Request&)>& body) {
         throw;
     } catch (const CommandError& failure) {
         throwFailure(failure);
+    } catch (const foundation::veltradata::Exception& unexpected) {
+        throw Error(std::string("the worker's reply has an unexpected form: ") + unexpected.what());
     }
 }
 
