@@ -113,7 +113,7 @@ void ObjectSpace::admit(std::unique_lock<std::mutex>& lock) {
         } catch (const CommandError& failure) {
             interrupted = isKeyboardInterrupt(failure);
             connection_->post("pyErrorClear", {});
-        } catch (const Error&) {
+        } catch (...) {
             // The worker is gone: the request that follows says so.
         }
         lock.lock();
