@@ -15,21 +15,15 @@
 #include <fstream>
 #include <vector>
 
+#include "started_session.h"
+
 namespace {
 
 namespace vd = foundation::veltradata;
+using vxbench::session;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kBlock = 1000;
-
-vxpy::Session& session() {
-    static vxpy::Session* const python = [] {
-        auto* started = new vxpy::Session;
-        started->start(vxpy::Interpreter::find("/usr/bin/python3"));
-        return started;
-    }();
-    return *python;
-}
 
 template <class Body>
 double microsecondsPerRun(Body&& body) {
@@ -62,14 +56,18 @@ double loadAverage() {
     return load;
 }
 
+// The arguments of pyInvokeFastInput that call the callable with 1.0.
+std::vector<vd::Array> rawCallWithOne(const vxpy::Object& callable) {
+    vd::ArrayFactory f;
+    return {f.createScalar(callable.address()),
+            f.createCellArray({1, 2}, {f.createCellArray({1, 1}, {f.createScalar(1.0)}),
+                                       f.createStructArray({0, 0}, {})})};
+}
+
 void BM_CallKeptVsRawInvokeFastInput(benchmark::State& state) {
     vxpy::Session& python = session();
     const vxpy::Object identity = python.eval("lambda x: x");
-    vd::ArrayFactory f;
-    const std::vector<vd::Array> raw = {
-        f.createScalar(identity.address()),
-        f.createCellArray({1, 2}, {f.createCellArray({1, 1}, {f.createScalar(1.0)}),
-                                   f.createStructArray({0, 0}, {})})};
+    const std::vector<vd::Array> raw = rawCallWithOne(identity);
     std::vector<vxpy::Object> kept;
     kept.reserve(static_cast<std::size_t>(kBlock) * 64);
     alternate(
@@ -82,11 +80,7 @@ BENCHMARK(BM_CallKeptVsRawInvokeFastInput)->Iterations(10)->Unit(benchmark::kMil
 void BM_CallDroppedVsRawInvokeFastInput(benchmark::State& state) {
     vxpy::Session& python = session();
     const vxpy::Object identity = python.eval("lambda x: x");
-    vd::ArrayFactory f;
-    const std::vector<vd::Array> raw = {
-        f.createScalar(identity.address()),
-        f.createCellArray({1, 2}, {f.createCellArray({1, 1}, {f.createScalar(1.0)}),
-                                   f.createStructArray({0, 0}, {})})};
+    const std::vector<vd::Array> raw = rawCallWithOne(identity);
     alternate(
         state, [&] { benchmark::DoNotOptimize(identity(1.0).address()); },
         [&] { benchmark::DoNotOptimize(python.call("pyInvokeFastInput", raw)); });

@@ -19,9 +19,12 @@
 #include <memory>
 #include <thread>
 
+#include "started_session.h"
+
 namespace {
 
 namespace vd = foundation::veltradata;
+using vxbench::session;
 using Clock = std::chrono::steady_clock;
 
 // Times every iteration of body and reports the median as `median_us`.
@@ -38,15 +41,6 @@ void medianOf(benchmark::State& state, Body&& body) {
     }
     std::nth_element(samples.begin(), samples.begin() + samples.size() / 2, samples.end());
     state.counters["median_us"] = samples[samples.size() / 2];
-}
-
-vxpy::Session& session() {
-    static vxpy::Session* const python = [] {
-        auto* started = new vxpy::Session;
-        started->start(vxpy::Interpreter::find("/usr/bin/python3"));
-        return started;
-    }();
-    return *python;
 }
 
 void BM_SocketPairRoundTrip64(benchmark::State& state) {

@@ -6,8 +6,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
 #include <future>
 #include <thread>
 
@@ -115,49 +113,35 @@ TEST(Interrupt, WithNothingRunningItChangesNothingLater) {
 }
 
 TEST(Interrupt, EveryInterpreterOnTheMachineServesObjectsAndInterrupts) {
-    // pyenv's builds, where they exist; absent versions are skipped.
-    namespace fs = std::filesystem;
-    const fs::path versions =
-        fs::path(std::getenv("HOME") ? std::getenv("HOME") : "/root") / ".pyenv" / "versions";
-    int served = 0;
-    for (const std::string version : {"3.8", "3.9", "3.10", "3.11", "3.12", "3.13"}) {
-        std::error_code ignored;
-        for (const auto& entry : fs::directory_iterator(versions, ignored)) {
-            const fs::path executable = entry.path() / "bin" / "python3";
-            if (entry.path().filename().string().rfind(version + ".", 0) != 0 ||
-                !fs::exists(executable)) {
-                continue;
-            }
-            SCOPED_TRACE(executable.string());
-            vxpy::Session python;
-            python.start(vxpy::Interpreter::find(executable.string()));
-            python.exec(
-                "def f(a, *, b):\n"
-                "    if a is None:\n"
-                "        raise TypeError('no a')\n"
-                "    return [a, b, 2**63 - 1]\n");
-            const Object made = python.eval("f")("x", vxpy::kw("b", 1.5));
-            EXPECT_EQ(made.repr(), "['x', 1.5, 9223372036854775807]");
-            EXPECT_EQ(made.toList().at(2).toInt(), 9223372036854775807);
-            EXPECT_EQ(made.typeName(), "builtins.list");
-            EXPECT_DOUBLE_EQ(made.item(1).toDouble(), 1.5);
-            const auto [how, took] =
-                interrupted(python, [&] { python.exec("import time\ntime.sleep(30)"); });
-            EXPECT_EQ(how, "KeyboardInterrupt");
-            try {
-                python.eval("f")(nullptr, vxpy::kw("b", 0));
-                ADD_FAILURE() << "no PythonError";
-            } catch (const vxpy::PythonError& error) {
-                EXPECT_EQ(error.pythonType(), "TypeError");
-                EXPECT_THAT(error.traceback(), HasSubstr("Traceback"));
-            }
-            EXPECT_EQ(python.eval("[1, 2.5]").toArray().getNumberOfElements(), 2u);
-            ++served;
-            break;
-        }
-    }
-    if (served == 0) {
+    const auto interpreters = vxtest::pyenvInterpreters();
+    if (interpreters.empty()) {
         GTEST_SKIP() << "no pyenv interpreters on this machine";
+    }
+    for (const auto& [version, executable] : interpreters) {
+        SCOPED_TRACE(executable);
+        vxpy::Session python;
+        python.start(vxpy::Interpreter::find(executable));
+        python.exec(
+            "def f(a, *, b):\n"
+            "    if a is None:\n"
+            "        raise TypeError('no a')\n"
+            "    return [a, b, 2**63 - 1]\n");
+        const Object made = python.eval("f")("x", vxpy::kw("b", 1.5));
+        EXPECT_EQ(made.repr(), "['x', 1.5, 9223372036854775807]");
+        EXPECT_EQ(made.toList().at(2).toInt(), 9223372036854775807);
+        EXPECT_EQ(made.typeName(), "builtins.list");
+        EXPECT_DOUBLE_EQ(made.item(1).toDouble(), 1.5);
+        EXPECT_EQ(python.eval("[1, 2.5]").toArray().getNumberOfElements(), 2u);
+        try {
+            python.eval("f")(nullptr, vxpy::kw("b", 0));
+            ADD_FAILURE() << "no PythonError";
+        } catch (const vxpy::PythonError& error) {
+            EXPECT_EQ(error.pythonType(), "TypeError");
+            EXPECT_THAT(error.traceback(), HasSubstr("Traceback"));
+        }
+        const auto [how, took] =
+            interrupted(python, [&] { python.exec("import time\ntime.sleep(30)"); });
+        EXPECT_EQ(how, "KeyboardInterrupt");
     }
 }
 
