@@ -6,13 +6,17 @@
 //    once more with the Object's result dropped);
 //  - attr() results dropped, against raw pyGetMember calls whose results are
 //    kept.
-// Counters: the mean microseconds of each side and their ratio.
+// Counters: the mean microseconds of each side and their ratio. Beside them,
+// how soon interrupt() ends a call that sleeps in Python, against a Ping.
 #include <benchmark/benchmark.h>
 #include <vxpy/client.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <future>
+#include <thread>
 #include <vector>
 
 #include "started_session.h"
@@ -103,6 +107,41 @@ void BM_AttrDroppedVsRawGetMemberKept(benchmark::State& state) {
     state.counters["load"] = loadAverage();
 }
 BENCHMARK(BM_AttrDroppedVsRawGetMemberKept)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+double median(std::vector<double> samples) {
+    std::nth_element(samples.begin(), samples.begin() + samples.size() / 2, samples.end());
+    return samples[samples.size() / 2];
+}
+
+// From interrupt() to the KeyboardInterrupt in the thread whose call sleeps.
+void BM_InterruptOfASleep(benchmark::State& state) {
+    vxpy::Session& python = session();
+    const vxpy::Object sleep = python.eval("__import__('time').sleep");
+    std::vector<double> interrupts;
+    std::vector<double> pings;
+    for (auto _ : state) {
+        std::promise<Clock::time_point> ended;
+        std::thread sleeping([&] {
+            try {
+                sleep(60);
+            } catch (const vxpy::PythonError&) {
+            }
+            ended.set_value(Clock::now());
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // it sleeps in Python
+        const auto sent = Clock::now();
+        python.interrupt();
+        const std::chrono::duration<double, std::milli> took = ended.get_future().get() - sent;
+        sleeping.join();
+        state.SetIterationTime(took.count() / 1000);
+        interrupts.push_back(took.count());
+        pings.push_back(microsecondsPerRun([&] { python.call("Ping", {}); }));
+    }
+    state.counters["interrupt_ms"] = median(interrupts);
+    state.counters["ping_us"] = median(pings);
+    state.counters["load"] = loadAverage();
+}
+BENCHMARK(BM_InterruptOfASleep)->Iterations(10)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

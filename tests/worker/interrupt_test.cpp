@@ -16,31 +16,28 @@ namespace {
 using ::testing::HasSubstr;
 using vxpy::Object;
 using vxtest::systemPython;
-using Clock = std::chrono::steady_clock;
 namespace vd = foundation::veltradata;
 
-// Runs the call on a thread of its own and interrupts it after 300 ms:
-// how it ended ("KeyboardInterrupt", a CommandError's text, "returned") and
-// how long after the interrupt.
-std::pair<std::string, std::chrono::milliseconds> interrupted(vxpy::Session& python,
-                                                              std::function<void()> call) {
+// Runs the call on a thread of its own and interrupts it after 300 ms: how
+// it ended ("KeyboardInterrupt", a CommandError's text, "returned"). The
+// calls interrupted here would run for 30 s and more; how soon an interrupt
+// takes effect is measured by bench_objects.
+std::string interrupted(vxpy::Session& python, std::function<void()> call) {
     auto running = std::async(std::launch::async, [call] {
         try {
             call();
         } catch (const vxpy::CommandError& error) {
-            return std::make_pair(std::string(error.what()), Clock::now());
+            return std::string(error.what());
         }
-        return std::make_pair(std::string("returned"), Clock::now());
+        return std::string("returned");
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    const auto sent = Clock::now();
     python.interrupt();
     if (running.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
         ADD_FAILURE() << "the call was not interrupted";
         python.restart();  // ends the call
     }
-    const auto [how, ended] = running.get();
-    return {how, std::chrono::duration_cast<std::chrono::milliseconds>(ended - sent)};
+    return running.get();
 }
 
 bool errorLeftSet(vxpy::Session& python) {
@@ -53,18 +50,13 @@ TEST(Interrupt, StopsALoopAndASleepAndTheWorkerLivesOn) {
     python.start(systemPython());
     const int pid = python.pid();
     python.exec("import time");
-    const auto [loop, loopTook] =
-        interrupted(python, [&] { python.exec("while True:\n    pass"); });
-    EXPECT_EQ(loop, "KeyboardInterrupt");
-    EXPECT_LT(loopTook.count(), 500);
-    const auto [sleep, sleepTook] = interrupted(python, [&] { python.eval("time.sleep")(30); });
-    EXPECT_EQ(sleep, "KeyboardInterrupt");
-    EXPECT_LT(sleepTook.count(), 500);
+    EXPECT_EQ(interrupted(python, [&] { python.exec("while True:\n    pass"); }),
+              "KeyboardInterrupt");
+    EXPECT_EQ(interrupted(python, [&] { python.eval("time.sleep")(30); }), "KeyboardInterrupt");
     // A raw command is a call of the session too.
-    const auto [raw, rawTook] =
-        interrupted(python, [&] { vxtest::Python(python).exec("import time\ntime.sleep(30)"); });
-    EXPECT_THAT(raw, HasSubstr("KeyboardInterrupt"));
-    EXPECT_LT(rawTook.count(), 500);
+    EXPECT_THAT(
+        interrupted(python, [&] { vxtest::Python(python).exec("import time\ntime.sleep(30)"); }),
+        HasSubstr("KeyboardInterrupt"));
     python.call("pyErrorClear", {});
 
     EXPECT_EQ(python.pid(), pid);
@@ -139,9 +131,8 @@ TEST(Interrupt, EveryInterpreterOnTheMachineServesObjectsAndInterrupts) {
             EXPECT_EQ(error.pythonType(), "TypeError");
             EXPECT_THAT(error.traceback(), HasSubstr("Traceback"));
         }
-        const auto [how, took] =
-            interrupted(python, [&] { python.exec("import time\ntime.sleep(30)"); });
-        EXPECT_EQ(how, "KeyboardInterrupt");
+        EXPECT_EQ(interrupted(python, [&] { python.exec("import time\ntime.sleep(30)"); }),
+                  "KeyboardInterrupt");
     }
 }
 
