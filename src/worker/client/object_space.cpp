@@ -41,11 +41,6 @@ std::string utf8(const vd::Array& chars) {
     return vd::utf16ToUtf8(vd::CharArray(chars).toUTF16());
 }
 
-bool isKeyboardInterrupt(const CommandError& failure) {
-    return failure.type() == kPythonFailure &&
-           std::string_view(failure.what()).starts_with("KeyboardInterrupt");
-}
-
 }  // namespace
 
 Handle::~Handle() {
@@ -70,16 +65,11 @@ ObjectSpace::Request::Request(ObjectSpace& space, bool adopts) : space_(space), 
 
 ObjectSpace::Request::~Request() {
     std::lock_guard<std::mutex> lock(space_.mutex_);
-    space_.finishedLocked(adopts_, keyboardInterrupt_);
+    space_.finishedLocked(adopts_);
 }
 
 Reply ObjectSpace::Request::send(const std::string& name, const Reply& args, std::size_t nlhs) {
-    try {
-        return space_.connection_->call(name, args, nlhs);
-    } catch (const CommandError& failure) {
-        keyboardInterrupt_ = isKeyboardInterrupt(failure);
-        throw;
-    }
+    return space_.connection_->call(name, args, nlhs);
 }
 
 Object ObjectSpace::Request::adopt(std::uint64_t address) {
@@ -107,24 +97,23 @@ void ObjectSpace::admit(std::unique_lock<std::mutex>& lock) {
         sweeping_ = true;
         ++requests_;
         lock.unlock();
-        bool interrupted = false;
         try {
             sweep();
-        } catch (const CommandError& failure) {
-            interrupted = isKeyboardInterrupt(failure);
-            connection_->post("pyErrorClear", {});
+        } catch (const CommandError&) {
+            connection_->post("pyErrorClear", {});  // the KeyboardInterrupt it was for
         } catch (...) {
             // The worker is gone: the request that follows says so.
         }
         lock.lock();
         sweeping_ = false;
-        finishedLocked(false, interrupted);
+        finishedLocked(false);
     }
 }
 
 // An interrupt sent while a request was in flight may land after that request
-// has ended: Python then holds it for whatever runs next. A bit of Python
-// code of the client's own takes it before the next command.
+// has ended, or after an earlier interrupt's KeyboardInterrupt: Python then
+// holds it for whatever runs next. A bit of Python code of the client's own
+// takes it before the next command.
 void ObjectSpace::sweep() {
     vd::ArrayFactory factory;
     connection_->call("pyInvokeFastInput",
@@ -134,18 +123,16 @@ void ObjectSpace::sweep() {
                       1);
 }
 
-void ObjectSpace::finishedLocked(bool adopts, bool keyboardInterrupt) {
+void ObjectSpace::finishedLocked(bool adopts) {
     --requests_;
     if (adopts) {
         --adopting_;
     }
-    if (interruptSent_) {
-        if (keyboardInterrupt) {
-            interruptSent_ = false;
-        } else if (requests_ == 0) {
-            interruptSent_ = false;
-            sweepDue_ = true;
-        }
+    // A KeyboardInterrupt is no sign that nothing is pending: a second
+    // interrupt may have landed after the first one's handler ran.
+    if (interruptSent_ && requests_ == 0) {
+        interruptSent_ = false;
+        sweepDue_ = true;
     }
     if (adopting_ == 0) {
         flushLocked();

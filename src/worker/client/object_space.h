@@ -70,7 +70,6 @@ class ObjectSpace : public std::enable_shared_from_this<ObjectSpace> {
       private:
         ObjectSpace& space_;
         const bool adopts_;
-        bool keyboardInterrupt_ = false;
     };
 
     // A command of Session::call.
@@ -125,7 +124,7 @@ class ObjectSpace : public std::enable_shared_from_this<ObjectSpace> {
     void dropped(const Handle& handle) noexcept;
     Object adoptLocked(std::uint64_t address);
     void admit(std::unique_lock<std::mutex>& lock);
-    void finishedLocked(bool adopts, bool keyboardInterrupt);
+    void finishedLocked(bool adopts);
     void releaseLocked(std::uint64_t address);
     void flushLocked() noexcept;
     void sweep();
@@ -142,7 +141,7 @@ class ObjectSpace : public std::enable_shared_from_this<ObjectSpace> {
     std::unordered_set<std::uint64_t> permanent_;  // never released
     int requests_ = 0;
     int adopting_ = 0;
-    bool interruptSent_ = false;  // and not yet seen to end in KeyboardInterrupt
+    bool interruptSent_ = false;  // while the requests now in flight ran
     bool sweepDue_ = false;
     bool sweeping_ = false;
     pid_t pythonThread_ = 0;
