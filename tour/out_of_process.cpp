@@ -78,8 +78,11 @@ void objectsAsValues() {
             return std::string("PythonError ") + e.what();
         }
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    python.interrupt();
+    // An interrupt reaches only a call in flight: once more, should the call
+    // not have been sent yet.
+    while (sleeping.wait_for(std::chrono::milliseconds(300)) != std::future_status::ready) {
+        python.interrupt();
+    }
     const std::string how = sleeping.get();
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
                         std::chrono::steady_clock::now() - begin)

@@ -18,45 +18,74 @@ using vxpy::Object;
 using vxtest::systemPython;
 namespace vd = foundation::veltradata;
 
-// Runs the call on a thread of its own and interrupts it after 300 ms: how
-// it ended ("KeyboardInterrupt", a CommandError's text, "returned"). The
-// calls interrupted here would run for 30 s and more; how soon an interrupt
-// takes effect is measured by bench_objects.
-std::string interrupted(vxpy::Session& python, std::function<void()> call) {
-    auto running = std::async(std::launch::async, [call] {
-        try {
-            call();
-        } catch (const vxpy::CommandError& error) {
-            return std::string(error.what());
-        }
-        return std::string("returned");
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    python.interrupt();
-    if (running.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
-        ADD_FAILURE() << "the call was not interrupted";
-        python.restart();  // ends the call
+// A session whose console the tests watch: the Python code of a call says
+// that it runs, so that it is interrupted while it runs.
+class Watched {
+  public:
+    explicit Watched(const vxpy::Interpreter& interpreter) : python(options()) {
+        python.start(interpreter);
     }
-    return running.get();
-}
+
+    // The Python statement that says "running <what>".
+    static std::string announce(const std::string& what) {
+        return "print('running " + what + "', flush=True)\n";
+    }
+    // Runs the call on a thread of its own and interrupts it once its Python
+    // code runs: how it ended ("KeyboardInterrupt", a CommandError's text,
+    // "returned"). The calls here would run for 30 s and more; how soon an
+    // interrupt takes effect is measured by bench_objects.
+    std::string interrupted(const std::string& what, std::function<void()> call) {
+        const std::string marker = "running " + what + "\n";
+        auto running = std::async(std::launch::async, [call] {
+            try {
+                call();
+            } catch (const vxpy::CommandError& error) {
+                return std::string(error.what());
+            }
+            return std::string("returned");
+        });
+        EXPECT_TRUE(console_.waitFor(marker)) << "the call did not start";
+        python.interrupt();
+        if (running.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+            ADD_FAILURE() << "the call was not interrupted";
+            python.restart();  // ends the call
+        }
+        return running.get();
+    }
+
+  private:
+    vxpy::Options options() {
+        vxpy::Options watched;
+        watched.console = console_.sink();
+        return watched;
+    }
+
+    vxtest::Console console_;
+
+  public:
+    vxpy::Session python;
+};
 
 bool errorLeftSet(vxpy::Session& python) {
     return vd::TypedArray<bool>(python.call("pyErrorOccurred", {}).at(0))[0];
 }
 
 TEST(Interrupt, StopsALoopAndASleepAndTheWorkerLivesOn) {
-    vxpy::Session python;
-    python.interrupt();  // before a start: nothing to do
-    python.start(systemPython());
+    vxpy::Session idle;
+    idle.interrupt();  // before a start: nothing to do
+
+    Watched watched(systemPython());
+    vxpy::Session& python = watched.python;
     const int pid = python.pid();
     python.exec("import time");
-    EXPECT_EQ(interrupted(python, [&] { python.exec("while True:\n    pass"); }),
-              "KeyboardInterrupt");
-    EXPECT_EQ(interrupted(python, [&] { python.eval("time.sleep")(30); }), "KeyboardInterrupt");
+    python.exec("def sleeps():\n    " + Watched::announce("sleeps") + "    time.sleep(30)");
+    const std::string loop = Watched::announce("loop") + "while True:\n    pass";
+    EXPECT_EQ(watched.interrupted("loop", [&] { python.exec(loop); }), "KeyboardInterrupt");
+    EXPECT_EQ(watched.interrupted("sleeps", [&] { python.eval("sleeps")(); }), "KeyboardInterrupt");
     // A raw command is a call of the session too.
-    EXPECT_THAT(
-        interrupted(python, [&] { vxtest::Python(python).exec("import time\ntime.sleep(30)"); }),
-        HasSubstr("KeyboardInterrupt"));
+    const std::string raw = "import time\n" + Watched::announce("raw") + "time.sleep(30)";
+    EXPECT_THAT(watched.interrupted("raw", [&] { vxtest::Python(python).exec(raw); }),
+                HasSubstr("KeyboardInterrupt"));
     python.call("pyErrorClear", {});
 
     EXPECT_EQ(python.pid(), pid);
@@ -111,8 +140,8 @@ TEST(Interrupt, EveryInterpreterOnTheMachineServesObjectsAndInterrupts) {
     }
     for (const auto& [version, executable] : interpreters) {
         SCOPED_TRACE(executable);
-        vxpy::Session python;
-        python.start(vxpy::Interpreter::find(executable));
+        Watched watched(vxpy::Interpreter::find(executable));
+        vxpy::Session& python = watched.python;
         python.exec(
             "def f(a, *, b):\n"
             "    if a is None:\n"
@@ -131,8 +160,8 @@ TEST(Interrupt, EveryInterpreterOnTheMachineServesObjectsAndInterrupts) {
             EXPECT_EQ(error.pythonType(), "TypeError");
             EXPECT_THAT(error.traceback(), HasSubstr("Traceback"));
         }
-        EXPECT_EQ(interrupted(python, [&] { python.exec("import time\ntime.sleep(30)"); }),
-                  "KeyboardInterrupt");
+        const std::string sleep = "import time\n" + Watched::announce("sleep") + "time.sleep(30)";
+        EXPECT_EQ(watched.interrupted("sleep", [&] { python.exec(sleep); }), "KeyboardInterrupt");
     }
 }
 
