@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
         classes,
         hostData,
         pythonData,
+        objectsAsValues,
         // These two end with a fresh worker: they come last.
         outputDuringACall,
         crashAndRestart,

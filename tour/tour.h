@@ -82,6 +82,7 @@ void buffers();
 void classes();
 void hostData();
 void pythonData();
+void objectsAsValues();
 void outputDuringACall();
 void crashAndRestart();
 void closeDown();

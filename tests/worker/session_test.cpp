@@ -237,31 +237,17 @@ TEST(Session, FindsInterpretersAndRefusesWhatCannotBeStarted) {
 }
 
 TEST(Session, EveryInterpreterOnTheMachineStartsOutOfProcess) {
-    // pyenv's builds, where they exist; absent versions are skipped.
-    namespace fs = std::filesystem;
-    const fs::path versions =
-        fs::path(std::getenv("HOME") ? std::getenv("HOME") : "/root") / ".pyenv" / "versions";
-    int started = 0;
-    for (const std::string version : {"3.8", "3.9", "3.10", "3.11", "3.12", "3.13"}) {
-        std::error_code ignored;
-        for (const auto& entry : fs::directory_iterator(versions, ignored)) {
-            const fs::path executable = entry.path() / "bin" / "python3";
-            if (entry.path().filename().string().rfind(version + ".", 0) != 0 ||
-                !fs::exists(executable)) {
-                continue;
-            }
-            const vxpy::Interpreter python = vxpy::Interpreter::find(executable.string());
-            EXPECT_EQ(python.version, version);
-            vxpy::Session session;
-            session.start(python);
-            Python py(session);
-            EXPECT_EQ(py.str(py.eval("'%d.%d' % __import__('sys').version_info[:2]")), version);
-            ++started;
-            break;
-        }
-    }
-    if (started == 0) {
+    const auto interpreters = vxtest::pyenvInterpreters();
+    if (interpreters.empty()) {
         GTEST_SKIP() << "no pyenv interpreters on this machine";
+    }
+    for (const auto& [version, executable] : interpreters) {
+        const vxpy::Interpreter python = vxpy::Interpreter::find(executable);
+        EXPECT_EQ(python.version, version);
+        vxpy::Session session;
+        session.start(python);
+        Python py(session);
+        EXPECT_EQ(py.str(py.eval("'%d.%d' % __import__('sys').version_info[:2]")), version);
     }
 }
 

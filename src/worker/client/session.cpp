@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "connection.h"
+#include "object_space.h"
 #include "session_impl.h"
 
 namespace vxpy {
@@ -124,6 +125,7 @@ void Session::start(const Interpreter& python) {
     const std::string token = reply.empty() ? std::string() : textOf(reply[0]);
     if (token == protocol::kSuccessToken) {
         connection->started = true;
+        impl_->objects()->prepare();
         return;
     }
     if (token == protocol::kEmptyToken) {
@@ -137,12 +139,13 @@ void Session::start(const Interpreter& python) {
 }
 
 Reply Session::call(const std::string& command, const Reply& args, std::size_t nlhs) {
-    const std::shared_ptr<Connection> connection = impl_->current();
-    if (!connection->started && command != "_TEST_") {
-        connection->throwIfEnded();
+    const std::shared_ptr<detail::ObjectSpace> objects = impl_->objects();
+    if (!objects->connection()->started && command != "_TEST_") {
+        objects->connection()->throwIfEnded();
         throw Error("not started: call start() before sending '" + command + "'");
     }
-    return connection->call(command, args, nlhs);
+    // Through the objects' gate: their releases go first, and interrupt() sees the call.
+    return objects->call(command, args, nlhs);
 }
 
 void Session::restart() {

@@ -22,6 +22,10 @@ class Session::Impl {
     // The current worker's connection; Error once the session is closed.
     std::shared_ptr<detail::Connection> current() const;
 
+    // The objects of the current worker, made on first use (object_space.cpp).
+    std::shared_ptr<detail::ObjectSpace> objects();
+    std::shared_ptr<detail::ObjectSpace> space;  // guarded by mutex
+
     void close(std::optional<std::chrono::milliseconds> limit);
 };
 

@@ -4,13 +4,13 @@
 #include <iostream>
 
 int main(int argc, char** argv) {
-    namespace vd = foundation::veltradata;
-    vd::ArrayFactory f;
     vxpy::Session python;  // the installed worker, found beside the installed client
     python.start(vxpy::Interpreter::find(argc > 1 ? argv[1] : "python3"));
-    auto math = python.call("pyCreateModule", {f.createCharArray(std::string("math"))});
-    auto pi = python.call("pyGetMember", {math[0], f.createCharArray(std::string("pi"))});
-    auto text = python.call("pyStr", pi);
-    std::cout << "math.pi = " << vd::CharArray(python.call("pyUnicodeGetData", text)[0]).toAscii()
-              << std::endl;
+    const vxpy::Object math = python.import("math");
+    std::cout << "math.pi = " << math.attr("pi").str() << std::endl;
+    try {
+        math.attr("sqrt")(-1);
+    } catch (const vxpy::PythonError& e) {  // caught by type across the library's boundary
+        std::cout << "math.sqrt(-1): " << e.what() << std::endl;
+    }
 }

@@ -5,6 +5,8 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -35,6 +37,27 @@ std::string clientFailureOf(F&& action) {
 inline const vxpy::Interpreter& systemPython() {
     static const vxpy::Interpreter python = vxpy::Interpreter::find("/usr/bin/python3");
     return python;
+}
+
+// pyenv's builds of 3.8 to 3.13 that the machine has, one per version:
+// {"3.11", ".../bin/python3"}. Absent versions are left out.
+inline std::vector<std::pair<std::string, std::string>> pyenvInterpreters() {
+    namespace fs = std::filesystem;
+    const fs::path versions =
+        fs::path(std::getenv("HOME") ? std::getenv("HOME") : "/root") / ".pyenv" / "versions";
+    std::vector<std::pair<std::string, std::string>> found;
+    for (const std::string version : {"3.8", "3.9", "3.10", "3.11", "3.12", "3.13"}) {
+        std::error_code ignored;
+        for (const auto& entry : fs::directory_iterator(versions, ignored)) {
+            const fs::path executable = entry.path() / "bin" / "python3";
+            if (entry.path().filename().string().rfind(version + ".", 0) == 0 &&
+                fs::exists(executable)) {
+                found.emplace_back(version, executable.string());
+                break;
+            }
+        }
+    }
+    return found;
 }
 
 class Python {
