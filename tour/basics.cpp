@@ -46,7 +46,8 @@ void hostArrays() {
 void startAndPing() {
     chapter("Starting the interpreter the host names");
     say("The host client spawned a worker process (pid " + std::to_string(session().pid()) +
-        "); commands go to it over a private socket.");
+        "); commands and replies go through rings in memory that both processes share, "
+        "beside a private socket whose end tells each side that the other is gone.");
     say("Before any start, only _TEST_ answers: it echoes its arguments.");
     run("_TEST_", {chars("echo")});
     say("Interpreter: " + options["--executable"] + " (" + options["--version"] + "), library " +
@@ -132,6 +133,23 @@ void buffers() {
     say("NumPy computed A' * A; read back with pyBufferGetData as a " + std::to_string(dims[0]) +
         " by " + std::to_string(dims[1]) +
         " host array, element (4,4) = " + std::to_string(static_cast<double>(gram[3][3])));
+
+    // Large arrays cross the process boundary without a copy, and stay values.
+    vd::TypedArray<double> big = f.createArray<double>({1024, 1024});
+    big[0] = 1.0;
+    const Address bigView = object("pyCreateMemoryView", {big});
+    const Address first = member(numpy, "asarray");
+    big[0] = 99.0;  // the host writes after sending: it gets a copy of its own
+    const Address seen = invoke(first, {bigView});
+    say("An 8 MiB host matrix went to the worker without a copy: Python reads the host's "
+        "pages. The host then set element 0 to 99; Python still sees " +
+        narrow(textOfObject(invoke(member(seen, "item"),
+                                   {object("pyCreateLong", {f.createScalar(std::int64_t{0})})}))) +
+        ", the value it was sent.");
+    const vd::Array echoed = call("_TEST_", {big})[0];
+    say(std::string("_TEST_ of the matrix gives back ") +
+        (echoed.sharesDataWith(big) ? "the host's own array (no copy either way)" : "a copy") +
+        ".");
 }
 
 void closeDown() {
