@@ -40,6 +40,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/memory.h"
 #include "support/session.h"
 
 namespace {
@@ -222,20 +223,6 @@ double busyBurstMillis(Driver& python) {
     return millis;
 }
 
-std::size_t memfdMappedBytes(int pid) {
-    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
-    std::size_t total = 0;
-    for (std::string line; std::getline(maps, line);) {
-        if (line.find("/memfd:") == std::string::npos) {
-            continue;
-        }
-        std::uint64_t from = 0, to = 0;
-        char dash;
-        std::istringstream(line) >> std::hex >> from >> dash >> to;
-        total += to - from;
-    }
-    return total;
-}
 
 std::size_t residentBytes() {
     std::ifstream status("/proc/self/status");
@@ -262,7 +249,7 @@ Large largeRounds(Driver& python, int worker) {
     }
     python.run("Ping");  // what came back is given back with the next request
     const double mib = 1 << 20;
-    return {memfdMappedBytes(::getpid()) / mib, memfdMappedBytes(worker) / mib,
+    return {vxtest::memfdMappedBytes(::getpid()) / mib, vxtest::memfdMappedBytes(worker) / mib,
             (static_cast<double>(residentBytes()) - static_cast<double>(before)) / mib};
 }
 

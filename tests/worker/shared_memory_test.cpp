@@ -8,6 +8,7 @@
 #include <set>
 #include <sstream>
 
+#include "support/memory.h"
 #include "support/python.h"
 
 namespace {
@@ -64,21 +65,6 @@ TEST(SharedMemory, TheHostsValueSemanticsHoldBothWays) {
     EXPECT_EQ(back[1], 512.0);
 }
 
-// Bytes of memfd mappings of a process, from its maps.
-std::size_t memfdMappedBytes(int pid) {
-    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
-    std::size_t total = 0;
-    for (std::string line; std::getline(maps, line);) {
-        if (line.find("/memfd:") == std::string::npos) {
-            continue;
-        }
-        std::uint64_t from = 0, to = 0;
-        char dash;
-        std::istringstream(line) >> std::hex >> from >> dash >> to;
-        total += to - from;
-    }
-    return total;
-}
 
 std::set<std::string> devShmEntries() {
     std::set<std::string> names;
@@ -113,8 +99,8 @@ TEST(SharedMemory, ManyLargeTransfersLeaveMappingsBoundedAndNothingBehind) {
         session.call("Release", {view});
         session.call("Release", {made});
     }
-    EXPECT_LE(memfdMappedBytes(::getpid()), std::size_t{512} << 20);
-    EXPECT_LE(memfdMappedBytes(session.pid()), std::size_t{512} << 20);
+    EXPECT_LE(vxtest::memfdMappedBytes(::getpid()), std::size_t{512} << 20);
+    EXPECT_LE(vxtest::memfdMappedBytes(session.pid()), std::size_t{512} << 20);
     session.close();
     EXPECT_EQ(devShmEntries(), before);
 }
