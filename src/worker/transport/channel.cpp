@@ -209,7 +209,7 @@ class SharedMemoryChannel : public Channel {
 
     void acknowledgePrint(std::uint64_t id) override {
         PrintControl& prints = segment_.control().prints;
-        prints.acknowledged.store(id, std::memory_order_release);
+        prints.acknowledged.store(id, std::memory_order_seq_cst);
         wakeIfAsleep(prints.sleepers, prints.wake);
     }
 
@@ -219,7 +219,7 @@ class SharedMemoryChannel : public Channel {
         send(wire::printFrame(id, text, holder));
         PrintControl& prints = segment_.control().prints;
         auto ready = [&] {
-            return rings_.closed() || prints.acknowledged.load(std::memory_order_acquire) >= id;
+            return rings_.closed() || prints.acknowledged.load(std::memory_order_seq_cst) >= id;
         };
         printWait_.wait(ready, [&] { rings_.sleep(prints.wake, ready); });
         if (rings_.closed()) {

@@ -37,14 +37,13 @@ inline void futexWakeAll(FutexWord& word) {
               nullptr, 0);
 }
 
-// Wakes the sleepers of `wake` when `sleepers` says there are any. The fence
-// orders what was just published before the count is read; a sleeper raises
-// its count before it looks (SpinWait::wait, then sleepOn), so one of the
-// two sees the other.
+// Wakes the sleepers of `wake` when `sleepers` says there are any. The
+// waker publishes, then reads the count; a sleeper raises its count, then
+// looks at what is published (SpinWait::wait, then sleepOn). All four are
+// sequentially consistent, so one of the two sees the other.
 template <class Count>
 void wakeIfAsleep(const std::atomic<Count>& sleepers, FutexWord& wake) {
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (sleepers.load(std::memory_order_relaxed) != 0) {
+    if (sleepers.load(std::memory_order_seq_cst) != 0) {
         futexWakeAll(wake);
     }
 }
@@ -54,8 +53,7 @@ template <class Ready>
 void sleepOn(FutexWord& wake, Ready& ready,
              std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt) {
     for (;;) {
-        const std::uint32_t seen = wake.load(std::memory_order_acquire);
-        std::atomic_thread_fence(std::memory_order_seq_cst);
+        const std::uint32_t seen = wake.load(std::memory_order_seq_cst);
         if (ready()) {
             return;
         }

@@ -37,7 +37,7 @@ RingStream::RingStream(RingControl* reads, std::byte* readBytes, RingControl* wr
 }
 
 std::uint64_t RingStream::available() const {
-    const std::uint64_t written = reads_->written.load(std::memory_order_acquire);
+    const std::uint64_t written = reads_->written.load(std::memory_order_seq_cst);
     const std::uint64_t count = written - taken_;
     if (count > capacity_) {
         badPosition("write position", count, capacity_);
@@ -46,7 +46,7 @@ std::uint64_t RingStream::available() const {
 }
 
 std::uint64_t RingStream::room() const {
-    const std::uint64_t taken = writes_->taken.load(std::memory_order_acquire);
+    const std::uint64_t taken = writes_->taken.load(std::memory_order_seq_cst);
     const std::uint64_t used = written_ - taken;
     if (used > capacity_) {
         badPosition("read position", used, capacity_);
@@ -92,7 +92,7 @@ void RingStream::read(void* out, std::size_t size, bool) {
         taken_ += count;
         to += count;
         size -= count;
-        reads_->taken.store(taken_, std::memory_order_release);
+        reads_->taken.store(taken_, std::memory_order_seq_cst);
         wakeIfAsleep(reads_->writerSleepers, reads_->writerWake);
     }
 }
@@ -111,7 +111,7 @@ void RingStream::write(std::span<const iovec> pieces) {
             std::uint64_t free = room();
             if (free == 0) {
                 // Publish what is written so far, so that the reader drains it.
-                writes_->written.store(written_, std::memory_order_release);
+                writes_->written.store(written_, std::memory_order_seq_cst);
                 wakeIfAsleep(writes_->readerSleepers, writes_->readerWake);
                 waitForRoom();
                 throwIfClosed();
@@ -127,7 +127,7 @@ void RingStream::write(std::span<const iovec> pieces) {
             size -= count;
         }
     }
-    writes_->written.store(written_, std::memory_order_release);
+    writes_->written.store(written_, std::memory_order_seq_cst);
     wakeIfAsleep(writes_->readerSleepers, writes_->readerWake);
 }
 
