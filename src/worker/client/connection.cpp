@@ -15,10 +15,23 @@ namespace vxpy::detail {
 
 namespace vd = foundation::veltradata;
 using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
 
 namespace {
 
 constexpr milliseconds kGreetingTimeout{30000};
+
+// Only a close waits for the call mutex with a limit: trying again each
+// millisecond is precise enough for it, and keeps the mutex a plain one.
+bool lockBefore(std::unique_lock<std::mutex>& lock, Clock::time_point deadline) {
+    while (!lock.try_lock()) {
+        if (Clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    return true;
+}
 
 void writeToStandardOutput(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
@@ -127,10 +140,10 @@ Reply Connection::call(const std::string& name, const Reply& args, std::size_t n
                     std::to_string(wire::kMaxOutputs) + " can be asked for");
     }
     const auto deadline = limit ? Clock::now() + *limit : Clock::time_point::max();
-    std::unique_lock<std::timed_mutex> calling(callMutex_, std::defer_lock);
+    std::unique_lock<std::mutex> calling(callMutex_, std::defer_lock);
     if (!limit) {
         calling.lock();
-    } else if (!calling.try_lock_until(deadline)) {
+    } else if (!lockBefore(calling, deadline)) {
         throw Error("no answer to '" + name + "' within " + std::to_string(limit->count()) + " ms");
     }
     if (!alive()) {
@@ -244,7 +257,7 @@ void Connection::drain() {
 
 void Connection::drainIfPending() {
     while (drainPending_.exchange(false)) {
-        std::unique_lock<std::timed_mutex> calling(callMutex_, std::try_to_lock);
+        std::unique_lock<std::mutex> calling(callMutex_, std::try_to_lock);
         if (!calling.owns_lock()) {
             // Another call holds it now and reads on its own; it drains on its way out.
             drainPending_.store(true);

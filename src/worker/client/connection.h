@@ -102,7 +102,7 @@ class Connection {
     std::unique_ptr<transport::Channel> channel_;
     int nudge_ = -1;  // shared memory: the worker raises it after a print
 
-    std::timed_mutex callMutex_;
+    std::mutex callMutex_;
     std::atomic<std::uint64_t> nextId_{1};
     std::atomic<bool> drainPending_{false};
     // Prints the worker has announced through the nudge, and prints shown:
