@@ -498,14 +498,20 @@ vd::Array MetaReader::blockArray(int type, const std::vector<std::size_t>& dims,
         return factory_.createArray(kind, dims);
     }
     dataLeft_ -= bytes;
-    // Logical bytes are normalised once they have arrived; every other block
-    // is written whole before anyone reads it.
-    auto buffer = factory_.createUninitialisedBuffer(kind, numel);
-    auto* data = static_cast<std::byte*>(buffer.get());
-    targets_.push_back({data, bytes, kind == vd::ArrayType::LOGICAL});
-    if (kind == vd::ArrayType::LOGICAL) {
-        std::memset(data, 0, bytes);  // the factory checks logical bytes as it takes them
+    // Every block is written whole before anyone reads it. Logical bytes are
+    // normalised once they have arrived; they start as zeros from calloc
+    // (the factory reads them as it takes them), whose pages the system
+    // clears only when they are written, so that a frame that only claims a
+    // large block commits no memory for it. Logical arrays are never lent,
+    // so they need no shareable memory.
+    const bool logical = kind == vd::ArrayType::LOGICAL;
+    std::unique_ptr<void, void (*)(void*)> buffer =
+        logical ? std::unique_ptr<void, void (*)(void*)>(std::calloc(bytes, 1), std::free)
+                : factory_.createUninitialisedBuffer(kind, numel);
+    if (buffer == nullptr) {
+        fail("no memory for an array of " + std::to_string(bytes) + " bytes");
     }
+    targets_.push_back({static_cast<std::byte*>(buffer.get()), bytes, logical});
     return factory_.createArrayFromBuffer(dims, kind, std::move(buffer));
 }
 
@@ -665,8 +671,15 @@ Frame receiveFrame(ByteStream& stream, BlockExchange* exchange) {
 }
 
 Frame decodeFrame(std::span<const std::byte> bytes, BlockExchange* exchange) {
-    if (bytes.size() < sizeof(FrameHeader)) {
+    FrameHeader header;
+    if (bytes.size() < sizeof header) {
         fail("a frame shorter than its header");
+    }
+    std::memcpy(&header, bytes.data(), sizeof header);
+    checkHeader(header);
+    const std::uint64_t rest = bytes.size() - sizeof header;
+    if (header.metaBytes > rest || header.dataBytes != rest - header.metaBytes) {
+        fail("the frame's lengths do not match its " + std::to_string(bytes.size()) + " bytes");
     }
     MemoryStream stream(bytes);
     Frame frame = receiveFrame(stream, exchange);

@@ -10,8 +10,9 @@ namespace vxtest::fuzz {
 enum Road : std::uint8_t { Bytes = 0, Ring = 1, References = 2 };
 
 inline constexpr std::size_t kRingBytes = 4096;
-// The arrays on offer (doubles): chunk 1 of the peer at kOfferedOffset under
-// loan 1, and loan 1 of this side; both large enough to be lent.
+// What is on offer: chunk 1 of the peer (1 MiB, read at kOfferedOffset under
+// loan 1 by the seeds), and loan 1 of this side (kOfferedElements doubles);
+// both large enough to be lent.
 inline constexpr std::size_t kOfferedElements = 65536;
 inline constexpr std::uint64_t kOfferedOffset = 64;
 

@@ -11,6 +11,8 @@
 // peer's socket has nothing more to give) or decodes to arrays that encode
 // and decode to the same arrays. Any other exception, a crash, a hang or a
 // sanitizer report is a finding.
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,6 +24,7 @@
 #include "support/arrays.h"
 #include "support/frames.h"
 #include "transport/buffer_exchange.h"
+#include "transport/descriptors.h"
 #include "transport/ring.h"
 #include "transport/segment.h"
 #include "wire/wire_codec.h"
@@ -79,26 +82,32 @@ void readRing(std::span<const std::byte> input) {
     }
 }
 
-// This side's exchange, with chunk 1 of a peer and loan 1 of its own on offer.
+// This side's exchange, with chunk 1 of a peer and loan 1 of its own on
+// offer. The peer's chunk is a memfd of its own, as another process's would
+// be: no buffer of this process ever lands in it.
 struct Offer {
     int sockets[2] = {-1, -1};
     BufferExchange* mine = nullptr;
-    BufferExchange* peer = nullptr;
-    vd::Array lentByPeer;
     vd::Array lentByMe;
     Offer() {
         vd::shared_memory::enable();
         ::socketpair(AF_UNIX, SOCK_STREAM, 0, sockets);
         mine = new BufferExchange(sockets[0]);
-        peer = new BufferExchange(sockets[1]);
-        vd::ArrayFactory factory;
-        lentByPeer = factory.createArray<double>({vxtest::fuzz::kOfferedElements, 1});
-        lentByMe = factory.createArray<double>({vxtest::fuzz::kOfferedElements, 1});
-        // The peer passes its chunk before any frame names it; then it has
-        // nothing more to pass.
-        peer->lend(lentByPeer, vxtest::fuzz::kOfferedElements * sizeof(double));
-        mine->lend(lentByMe, vxtest::fuzz::kOfferedElements * sizeof(double));
+        const std::size_t bytes = std::size_t{1} << 20;
+        const int chunk = ::memfd_create("peer", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+        ::ftruncate(chunk, static_cast<off_t>(bytes));
+        ::fcntl(chunk, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW);
+        PassedRecord record;
+        record.what = static_cast<std::uint32_t>(Passed::Chunk);
+        record.count = 1;
+        record.id = 1;
+        record.bytes = bytes;
+        passDescriptors(sockets[1], record, {chunk});
+        ::close(chunk);
+        // The peer has nothing more to pass.
         ::shutdown(sockets[1], SHUT_WR);
+        lentByMe = vd::ArrayFactory().createArray<double>({vxtest::fuzz::kOfferedElements, 1});
+        mine->lend(lentByMe, vxtest::fuzz::kOfferedElements * sizeof(double));
     }
 };
 
