@@ -78,15 +78,23 @@ void SpinWait::yieldCore() {
     ::sched_yield();
 }
 
-void SpinWait::caught() {
+void SpinWait::caught(Spin how, Clock::time_point now) {
     // Read first: in a burst this runs on every round trip, and a store each
     // time would take the cache line from the other callers' cores.
-    if (nextPause_.load(std::memory_order_relaxed) != kFirstPause.count()) {
+    if (nextPause_.load(std::memory_order_relaxed) == kFirstPause.count()) {
+        return;
+    }
+    constexpr Clock::duration kMissesKept = std::chrono::seconds(1);
+    if (how == Spin::Pause ||
+        ticks(now) - lastDescheduled_.load(std::memory_order_relaxed) > kMissesKept.count()) {
         nextPause_.store(kFirstPause.count(), std::memory_order_relaxed);
     }
 }
 
-void SpinWait::missed(Clock::time_point now) {
+void SpinWait::missed(Clock::time_point now, bool descheduled) {
+    if (descheduled) {
+        lastDescheduled_.store(ticks(now), std::memory_order_relaxed);
+    }
     const Clock::rep pause = nextPause_.load(std::memory_order_relaxed);
     sleepUntil_.store(ticks(now) + pause, std::memory_order_relaxed);
     nextPause_.store(std::min(2 * pause, kLongestPause.count()), std::memory_order_relaxed);

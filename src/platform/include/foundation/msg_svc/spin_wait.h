@@ -18,8 +18,10 @@
 // three threads: the host's caller, the worker's server and the Python
 // thread, and a thread that yields lets the one it waits for run at once
 // where two of them share a core, which costs a switch, not a wake-up).
-// With more than that, it sleeps. A side whose spin found it was off its core all
-// the same (the clock jumped), or ended without the other side while the
+// With more than that, it sleeps. A yield that gave the core to another
+// program's busy thread costs a time slice; so while a side keeps losing its
+// core (again within a second) a yielding catch does not shorten the pause. A side whose spin found
+// it was off its core all the same (the clock jumped), or ended without the other side while the
 // other side was awake (busy with a long command, say), sleeps at once for
 // 1 ms, doubled with every further such spin up to 64 ms and back to 1 ms
 // after a spin that caught the other side. A spin that waited for a sleeping
@@ -94,17 +96,17 @@ class SpinWait {
                 cpuPause();
             }
             if (ready()) {
-                caught();
+                caught(how, start);
                 return true;
             }
             const Clock::time_point now = Clock::now();
             if (now - last > kDescheduledGap) {
-                missed(now);
+                missed(now, true);
                 return ready();
             }
             if (now - start >= limit_) {
                 if (otherAwake) {
-                    missed(now);
+                    missed(now, false);
                 }
                 return false;
             }
@@ -130,14 +132,15 @@ class SpinWait {
     enum class Spin { No, Pause, Yield };
     Spin howToSpin(Clock::time_point now) const;
     static void yieldCore();
-    void caught();
-    void missed(Clock::time_point now);
+    void caught(Spin how, Clock::time_point now);
+    void missed(Clock::time_point now, bool descheduled);
 
     const std::chrono::nanoseconds limit_;
     Counter& asleep_;                                         // threads of this side in sleep()
     const Counter& otherAsleep_;                              // the same of the other side
     std::atomic<Clock::rep> sleepUntil_{0};                   // this side spins again from then on
     std::atomic<Clock::rep> nextPause_{kFirstPause.count()};  // after the next miss
+    std::atomic<Clock::rep> lastDescheduled_{0};              // when a spin last lost its core
 };
 
 }  // namespace foundation::msg_svc::threadutil
